@@ -1,0 +1,31 @@
+# What every target of the tree is compiled with. kivo_options carries the warnings (errors here, and
+# nothing that a host which includes our headers would inherit); kivo_library() makes a shared
+# library that exports its version script's names and nothing else.
+
+add_library(kivo_options INTERFACE)
+target_compile_options(kivo_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+if(KIVO_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# kivo_library(TARGET MAP files...): the library libTARGET.so.1 of these sources; MAP is its version
+# script. Nothing is linked with -Bsymbolic: a process may put its own operation in place of one.
+function(kivo_library target map)
+  add_library(${target} SHARED ${ARGN})
+  target_link_libraries(${target} PRIVATE kivo_options)
+  set_target_properties(${target} PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    C_VISIBILITY_PRESET hidden
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS ${map})
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${map}")
+  if(NOT KIVO_SANITIZE)
+    target_link_options(${target} PRIVATE LINKER:-z,defs)
+  endif()
+endfunction()
