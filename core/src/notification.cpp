@@ -1,0 +1,149 @@
+// Registrations, the old value, and the dispatch. Registrations hang off the acceleration entry of
+// their type; the dispatch pins the database's tables while callbacks run, since a callback may
+// create the database anew.
+#include "notification.h"
+
+#include <cstring>
+
+#include "abandoned.h"
+#include "alloc_tags.h"
+#include "platform/named_alloc.h"
+#include "trace.h"
+
+kivo_attr_value kivo_notify_old_value = {};
+
+namespace kivo {
+namespace {
+
+static_assert(offsetof(kivo_notify_reg, link) == 0);
+
+kivo_notify_reg *next_registration(const kivo_accel_entry &entry,
+                                   const kivo_notify_reg *reg) noexcept {
+  return static_cast<kivo_notify_reg *>(queue_get_next(&entry.notify_regs, reg));
+}
+
+kivo_notify_reg *find_registration(const kivo_accel_entry &entry, const kivo_db *db) noexcept {
+  kivo_notify_reg *reg = next_registration(entry, nullptr);
+  while (reg != nullptr && reg->client != db) reg = next_registration(entry, reg);
+  return reg;
+}
+
+// For a trace: callbacks are shown by their address.
+void *address_of(kivo_notify_cb callback) noexcept { return reinterpret_cast<void *>(callback); }
+
+// The database's registration for the type, made if it is not there; null without memory.
+kivo_notify_reg *find_or_add_registration(kivo_accel_entry &entry, kivo_db &db, uint32_t type,
+                                          uint32_t actions) noexcept {
+  kivo_notify_reg *reg = find_registration(entry, &db);
+  if (reg != nullptr) {
+    kivo_trace_event(msg::kRegisterUpdate, db.db_name, static_cast<int>(actions),
+                     static_cast<int>(type), address_of(db.client.notify_cb));
+    return reg;
+  }
+  reg = static_cast<kivo_notify_reg *>(
+      NAMED_ZALLOC(kTagNotifyReg, "kivo notify reg", sizeof(kivo_notify_reg)));
+  kivo_trace_event(msg::kRegisterNew, db.db_name, static_cast<int>(actions), static_cast<int>(type),
+                   address_of(db.client.notify_cb));
+  if (reg == nullptr) {
+    kivo_trace_error(msg::kChangeFailed, db.db_name);
+    return nullptr;
+  }
+  queue_init(&reg->handles);
+  queue_enqueue(&entry.notify_regs, reg);
+  return reg;
+}
+
+bool is_concerned(const kivo_notify_reg &reg, const kivo_db *db, uint32_t action) noexcept {
+  return reg.client == db && (reg.actions & (action | KIVO_ACTION_UNCONDITIONAL)) != 0 &&
+         reg.notify_cb != nullptr;
+}
+
+}  // namespace
+}  // namespace kivo
+
+using namespace kivo;
+
+uint32_t kivo_register_attr_change_notification(kivo_db *db, uint32_t type, uint32_t actions,
+                                                void *handle) noexcept {
+  if (db == nullptr) {
+    kivo_trace_error(msg::kRegisterChangeNoDb);
+    return KIVO_ERR_INVALID_ARG;
+  }
+  kivo_accel_entry *entry = nullptr;
+  const uint32_t status = kivo_get_accel_from_type(type, db, &entry);
+  if (status != PLATFORM_OK) {
+    kivo_trace_error(msg::kChangeFailed, db->db_name);
+    return status;
+  }
+  if (entry == nullptr) {
+    kivo_trace_event(msg::kRegisterNoAccelType, db->db_name, static_cast<int>(type));
+    return KIVO_ERR_INVALID_ARG;
+  }
+  if (handle == nullptr) return KIVO_ERR_INVALID_ARG;
+  kivo_notify_reg *reg = find_or_add_registration(*entry, *db, type, actions);
+  if (reg == nullptr) return KIVO_ERR_INVALID_ARG;
+  reg->client = db;
+  reg->actions |= actions;
+  reg->notify_cb = db->client.notify_cb;
+  reg->handle_name_cb = db->client.handle_name_cb;
+  if (queue_entry_in_queue(&reg->handles, handle) == 0) queue_enqueue(&reg->handles, handle);
+  return PLATFORM_OK;
+}
+
+uint32_t kivo_deregister_attr_change_notification(kivo_db *, uint32_t, uint32_t, void *) noexcept {
+  return KIVO_ERR_FAILED;
+}
+
+uint32_t kivo_set_notify_old_attr_value(uint32_t type, uint32_t size, const void *value) noexcept {
+  if (size >= KIVO_ATTR_VALUE_DATA_SIZE) {
+    kivo_trace_error(msg::kOldValueTooLong, size, KIVO_ATTR_VALUE_DATA_SIZE);
+    return KIVO_ERR_INVALID_VALUE;
+  }
+  kivo_notify_old_value.aaa_type = type;
+  kivo_notify_old_value.size = size;
+  if (size != 0) std::memmove(kivo_notify_old_value.data, value, size);
+  kivo_notify_old_value.data[size] = 0;
+  return PLATFORM_OK;
+}
+
+void kivo_init_notify_old_attr(void) noexcept {
+  kivo_notify_old_value.aaa_type = 0;
+  kivo_notify_old_value.size = 0;
+  kivo_notify_old_value.data[0] = 0;
+}
+
+uint32_t kivo_attr_change_notification(kivo_db *db, uint32_t type, uint32_t size, const void *value,
+                                       uint32_t label, uint32_t action) noexcept {
+  return kivo_attr_change_notification_int(db, type, size, value, value, label, action);
+}
+
+uint32_t kivo::kivo_attr_change_notification_int(kivo_db *db, uint32_t type, uint32_t size,
+                                                 const void *value, const void *bytes,
+                                                 uint32_t label, uint32_t action) noexcept {
+  if (db == nullptr || size == 0 || size >= KIVO_ATTR_VALUE_DATA_SIZE || value == nullptr) {
+    kivo_trace_error(msg::kNotifyBadParams, size, value, static_cast<void *>(db));
+    return KIVO_ERR_INVALID_ARG;
+  }
+  kivo_accel_entry *entry = nullptr;
+  const uint32_t status = kivo_get_accel_from_type(type, db, &entry);
+  if (status != PLATFORM_OK) {
+    kivo_trace_error(msg::kChangeFailed, db->db_name);
+    return status;
+  }
+  if (entry == nullptr) {
+    kivo_trace_event(msg::kNotifyNoAccelType, db->db_name, static_cast<int>(type));
+    return PLATFORM_OK;
+  }
+  kivo_notify_reg *reg = next_registration(*entry, nullptr);
+  if (reg == nullptr) return PLATFORM_OK;  // nobody asked: the value need not be packed
+
+  kivo_attr_value new_value{.aaa_type = type, .size = size, .data = {}};
+  std::memcpy(new_value.data, bytes, size);
+  const WalkPin pin(*db);
+  for (; reg != nullptr; reg = next_registration(*entry, reg)) {
+    if (!is_concerned(*reg, db, action)) continue;
+    kivo_trace_event(msg::kNotify, static_cast<int>(type), static_cast<int>(size), value);
+    reg->notify_cb(db, label, 1, &new_value, &kivo_notify_old_value, action, &reg->handles);
+  }
+  return PLATFORM_OK;
+}

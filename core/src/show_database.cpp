@@ -1,0 +1,122 @@
+// The database show: the header of every database named ATTR_DB, then its attribute table or the
+// records that a filter finds. Filters look records up through the record store's indexes.
+#include <cstring>
+
+#include "console.h"
+#include "database.h"
+#include "index_list.h"
+#include "kivo/display.h"
+#include "kivo/records.h"
+#include "show_attributes.h"
+#include "show_record.h"
+#include "trace.h"
+
+FILE **kivo_devsh_printf_init(FILE *stream) noexcept {
+  devShZelConsoleFd = stream;
+  return &devShZelConsoleFd;
+}
+
+namespace kivo {
+namespace {
+
+constexpr uint32_t kAuditSessionIdSize = 24;
+constexpr uint32_t kMacSize = 6;
+
+void write_header(const kivo_db &db) noexcept {
+  kivo_console_write("\n------------------------------------------------------------------");
+  kivo_console_write("\nDATABASE          : %s", db.db_name);
+  kivo_console_write("\nOWNER             : %s", db.owner_name);
+  kivo_console_write("\nNUMBER OF RECORDS : %d", static_cast<int>(attrdb_get_total_sessions()));
+}
+
+// The label of the one record that is shown for a value, 0 when there is none.
+uint32_t find_label(kivo_db &db, uint32_t type, const void *value, uint32_t size) noexcept {
+  uint32_t label = 0;
+  return kivo_match_label_by_attr(&db, type, value, size, &label) == PLATFORM_OK ? label : 0;
+}
+
+void show_by_audit_session(kivo_db &db, const char *filter) noexcept {
+  uint32_t label = 0;
+  if (filter != nullptr) {
+    char id[kAuditSessionIdSize] = {};
+    std::memcpy(id, filter, strnlen(filter, sizeof(id)));
+    label = find_label(db, AAA_ATTR_AUDIT_SESSION_ID, id, sizeof(id));
+  }
+  if (label == 0) {
+    kivo_console_write("\n\nNo matching records found with supplied Audit Session ID: %s\n",
+                       name_or_empty(filter));
+    return;
+  }
+  kivo_trace_event(msg::kShowMatchAudit, filter);
+  kivo_show_record(db, label);
+}
+
+void show_by_mac(kivo_db &db, const void *filter) noexcept {
+  const uint32_t label =
+      filter != nullptr ? find_label(db, AAA_ATTR_MAC_ADDRESS, filter, kMacSize) : 0;
+  if (label == 0) {
+    kivo_console_write("\n\nNo matching records found with supplied MAC Address: %s\n",
+                       auth_mgr_safe_printable_mac(filter, kMacSize));
+    return;
+  }
+  kivo_trace_event(msg::kShowMatchMac, auth_mgr_safe_printable_mac(filter, kMacSize));
+  kivo_show_record(db, label);
+}
+
+void show_by_ipv4(kivo_db &db, uint32_t address) noexcept {
+  kivo_index_list *found = nullptr;
+  uint32_t status = kivo_index_list_create(&found);
+  if (status != KIVO_INDEX_LIST_OK) {
+    kivo_trace_error(msg::kShowListFailed, error_text(status));
+    return;
+  }
+  uint32_t count = 0;
+  status = kivo_match_labels_by_attr(&db, AAA_ATTR_IPV4_ADDRESS, &address, sizeof(address), &found,
+                                     &count);
+  const IndexListPtr labels(found);
+  kivo_console_write("\n Num matches: %d", static_cast<int>(count));
+  if (status != PLATFORM_OK || count == 0) {
+    kivo_console_write("\n\nNo matching records found with supplied IPV4 Address: %i",
+                       static_cast<int>(address));
+    return;
+  }
+  kivo_trace_event(msg::kShowMatchIpv4, static_cast<int>(address));
+  for (uint32_t i = 0; i < count; ++i) {
+    uint32_t label = 0;
+    kivo_index_list_get(labels.get(), i, &label);
+    kivo_console_write("\n\nIPV4 match# %d, and its data:\n", static_cast<int>(i + 1));
+    kivo_show_record(db, label);
+  }
+}
+
+void show_slot(kivo_db &db, uint32_t command_type, uint64_t filter) noexcept {
+  write_header(db);
+  switch (command_type) {
+    case KIVO_SHOW_BY_AUDIT_SESSION:
+      show_by_audit_session(db, reinterpret_cast<const char *>(filter));
+      break;
+    case KIVO_SHOW_BY_MAC:
+      show_by_mac(db, reinterpret_cast<const void *>(filter));
+      break;
+    case KIVO_SHOW_BY_IPV4:
+      show_by_ipv4(db, static_cast<uint32_t>(filter));
+      break;
+    default:
+      show_attribute_table(db, command_type == KIVO_SHOW_NOTIFICATIONS);
+  }
+}
+
+}  // namespace
+}  // namespace kivo
+
+void kivo_show_db(uint32_t command_type, uint64_t filter) noexcept {
+  bool found = false;
+  for (kivo_db &db : kivo::client_info) {
+    if (std::strncmp(db.db_name, KIVO_SHOW_DB_NAME, KIVO_NAME_SIZE) != 0) continue;
+    found = true;
+    kivo::show_slot(db, command_type, filter);
+  }
+  if (!found) {
+    kivo_console_write("\n\nNo database found with provided name : %s", KIVO_SHOW_DB_NAME);
+  }
+}

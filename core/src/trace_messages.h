@@ -1,0 +1,143 @@
+// Every message that the library traces: number and text, one row each. Call sites name the message
+// (trace.h) and choose its class. Numbers are stable: tools that read traces know them; a new
+// message takes a new number in its room's hundred. Texts are given to the letter, slips included.
+#pragma once
+
+#include <cstdint>
+
+namespace kivo {
+
+struct TraceMessage {
+  uint32_t number;
+  const char *text;
+};
+
+namespace msg {
+
+// clang-format off
+// Debug control
+inline constexpr TraceMessage kDebugMessage            {100, "%s"};
+
+// Database creation
+inline constexpr TraceMessage kCreateBadParams         {200, "create database: bad params"};
+inline constexpr TraceMessage kCreateNameTooLong       {201, "create database: db/owner name lengths exceeded max:%d"};
+inline constexpr TraceMessage kRegisterNoFreeEntry     {202, "register client:%s No free entry to store registration"};
+inline constexpr TraceMessage kRegisterTooManyClients  {203, "register client:%s # clients per process %d reached max %d"};
+inline constexpr TraceMessage kRegisterNoMemory        {204, "register client:%s Couldn't allocate memory for attributes"};
+inline constexpr TraceMessage kAccelNoIndexedRow       {205, "create_acceleration_table failed"};
+inline constexpr TraceMessage kAccelNoMemory           {206, "create_acceleration_table failed, NULL accel tbl"};
+inline constexpr TraceMessage kAccelSlotGuard          {207, "acceleration table create failed, table's index exceeded its size"};
+inline constexpr TraceMessage kAccelSlotTaken          {208, "create_acceleration_table tbl slot = %d already taken attr_type = %d"};
+inline constexpr TraceMessage kAccelFailed             {209, "create acceleration_table failed"};
+inline constexpr TraceMessage kCreateFailed            {210, "create databse:%s shim_register_client failed, error:%s"};
+
+// Acceleration table
+inline constexpr TraceMessage kAccelLookup             {250, "aaa_type: %s accln tbl index: %d"};
+inline constexpr TraceMessage kAccelLookupNone         {251, "get_accel_from_type failed tbl %p, type %d: none accel type"};
+
+// Records
+inline constexpr TraceMessage kCreateRecord            {300, "Inserting record with label: %x"};
+inline constexpr TraceMessage kGetRecord               {301, "get record"};
+inline constexpr TraceMessage kGetRecordBadLabel       {302, "get record, unique label: invalid input params"};
+inline constexpr TraceMessage kGetRecordFailed         {303, "get record: get record failed, error:%s"};
+inline constexpr TraceMessage kDeleteRecordFailed      {304, "Delete record: failederror:%s"};
+inline constexpr TraceMessage kMatchLabelsBadParams    {305, "match labels by attr: invalid params"};
+inline constexpr TraceMessage kMatchLabelsNoDb         {306, "match records by attr: invalid params"};
+inline constexpr TraceMessage kMatchLabels             {307, "match records by attr:%s, attr type:%d"};
+inline constexpr TraceMessage kMatchLabelsFailed       {308, "get records by attr %d: get records failed, error:%s"};
+inline constexpr TraceMessage kMatchLabelBadParams     {309, "match label by attr: invalid params"};
+inline constexpr TraceMessage kMatchLabelFailed        {310, "get label by attr: get record failed, error:%s, rec %p"};
+inline constexpr TraceMessage kMatchLabel              {311, "match label by attr type:%d"};
+inline constexpr TraceMessage kMatchRecordBadParams    {312, "match record by attr: invalid params"};
+inline constexpr TraceMessage kMatchRecord             {313, "match record by attr:%s, attr type:%d"};
+inline constexpr TraceMessage kMatchRecordFailed       {314, "get record by attr: get record failed, error:%s"};
+
+// Notification
+inline constexpr TraceMessage kRegisterChangeNoDb      {400, "register attr change: client info is null"};
+inline constexpr TraceMessage kChangeFailed            {401, "attr_change_notification: change notification failed(%s) Failed."};
+inline constexpr TraceMessage kRegisterNoAccelType     {402, "attr_change_notification: change notification failed(%s) no accel type %d"};
+inline constexpr TraceMessage kRegisterUpdate          {403, "attr_change_notification: update vector data (%s) action %d, type %d, func_cb %p"};
+inline constexpr TraceMessage kRegisterNew             {404, "attr_change_notification: new vector data (%s) action %d, type %d, func_cb %p"};
+inline constexpr TraceMessage kOldValueTooLong         {405, "Attribute size %u greater than max allowed: %u"};
+inline constexpr TraceMessage kNotifyBadParams         {406, "attr_change_notification: bad attr params.Size: %u, data: %p, client_info: %p"};
+inline constexpr TraceMessage kNotifyNoAccelType       {407, "attr_change_notification: change notification failed(%s) not supported index attr %d"};
+inline constexpr TraceMessage kNotify                  {408, "attr_change_notification notify type %d, size %d, data %p"};
+
+// Attribute writes
+inline constexpr TraceMessage kUpdateAttrBadParams     {500, "add or update attr: invalid params"};
+inline constexpr TraceMessage kUpdateAttr              {501, "add or update attr:%s, attr type:%d"};
+inline constexpr TraceMessage kGetRecordInternalFailed {502, "Add/update attr list: get record internal failed, error:%s"};
+inline constexpr TraceMessage kUpdateAttrNoRecord      {503, "add or update attr:%s, attr type:%d, rec doesn't exist"};
+inline constexpr TraceMessage kUpdateAttrWriteFailed   {504, "Add/update attr: add/update attr to rec failed, error:%s"};
+inline constexpr TraceMessage kUpdateNotifyFailed      {505, "Add/update attr list: Notify failed, error:%s"};
+
+// Attribute list writes
+inline constexpr TraceMessage kUpdateListBadParams     {550, "Add/update attr list: invalid params"};
+inline constexpr TraceMessage kUpdateList              {551, "add or update attr list:%s"};
+inline constexpr TraceMessage kUpdateListNoRecord      {552, "add or update attr list:%s, rec doesn't exist"};
+inline constexpr TraceMessage kUpdateListGetFailed     {553, "Add/update attr list: get attr failed, error:%s"};
+inline constexpr TraceMessage kUpdateListUnsupported   {554, "Add/update attr list: Unsupported attribute: %u.Continue to next"};
+inline constexpr TraceMessage kUpdateListWriteFailed   {555, "Add/update attr list: add attr to rec failed, error:%s"};
+inline constexpr TraceMessage kCleanListBadParams      {560, "Clean/Add attr list: invalid params"};
+inline constexpr TraceMessage kCleanList               {561, "clean and add attr list:%s"};
+inline constexpr TraceMessage kCleanListFetchFailed    {562, "Clean/Add attr list: get record internal failed, error:%s"};
+inline constexpr TraceMessage kCleanListNoRecord       {563, "clean and add attr list:%s, rec doesn't exist"};
+inline constexpr TraceMessage kCleanListGetFailed      {564, "Clean/Add attr list: get attr failed, error:%s"};
+inline constexpr TraceMessage kCleanListUnsupported    {565, "Clean/Add attr list: Unsupported attribute: %u.Continue to next"};
+inline constexpr TraceMessage kCleanListWriteFailed    {566, "Clean/Add attr list: add attr to rec failed, error:%s"};
+inline constexpr TraceMessage kCleanListNotifyFailed   {567, "Clean/Add attr list: Notify failed, error:%s"};
+
+// Label sets
+inline constexpr TraceMessage kHashTableFailed         {600, "Failed to initialize kivo index list hashtable"};
+inline constexpr TraceMessage kHashAddFailed           {601, "Failed to add index %u to kivo index list hashtable"};
+inline constexpr TraceMessage kHashItems               {602, "Hash items after cleanup =%d"};
+
+// Attribute retrieval
+inline constexpr TraceMessage kGetAttrBadParams        {700, "get attr: invalid params"};
+inline constexpr TraceMessage kGetAttr                 {701, ">>>>> get attr: for attr_type %s"};
+inline constexpr TraceMessage kGetAttrFailed           {702, "get attr: Could not get attr from db - rc %d"};
+inline constexpr TraceMessage kGetAttrNoRecord         {703, "get attrs: rec doesn't exist attr_type %d"};
+
+// Display
+inline constexpr TraceMessage kShowMatchAudit          {800, "\n\nMatching record information with Audit Session ID %s:\n"};
+inline constexpr TraceMessage kShowMatchMac            {801, "\n\nMatching record information with MAC Address %s:\n"};
+inline constexpr TraceMessage kShowMatchIpv4           {802, "\n\nMatching record information with IPV4 Address %i:"};
+inline constexpr TraceMessage kShowListFailed          {803, "Kivo index list create failed, Error: %s"};
+inline constexpr TraceMessage kShowAccelFailed         {804, "Get accel for attr failed,Error: %s"};
+inline constexpr TraceMessage kShowNotIndexedType      {805, "show database: type %d not a indexed type"};
+inline constexpr TraceMessage kShowInterfaceNoMemory   {806, "Memory allocation for interface field failed"};
+inline constexpr TraceMessage kShowTextNoMemory        {807, "Memory allocation for username failed"};
+
+// Shadow store; these go to the host application's module
+inline constexpr TraceMessage kShadowClass             {900, "%s is %s external identity"};
+inline constexpr TraceMessage kShadowDecodeFailed      {901, "Failed to decode the %s attribute."};
+inline constexpr TraceMessage kShadowDecoded           {902, "Decoded subtype for %s attribute is %d"};
+inline constexpr TraceMessage kShadowStoreFailed       {903, "Failed to store the %s attribute "};
+inline constexpr TraceMessage kShadowWrite             {904, "Add/Update %s attr of size: %u for label 0x%x"};
+inline constexpr TraceMessage kShadowNoEntryMemory     {905, "Unable to allocate the attr entry for %s"};
+inline constexpr TraceMessage kShadowNoValueMemory     {906, "Unable to allocate the protocol%s value entry type %d for length %d"};
+inline constexpr TraceMessage kShadowAdding            {907, "Adding %s subtype %d in shadow db"};
+inline constexpr TraceMessage kShadowUpdating          {908, "Updating %s subtype %d in shadow db"};
+inline constexpr TraceMessage kShadowReplacing         {909, "%s subtype %d already present. updating value."};
+inline constexpr TraceMessage kShadowInvalidRecord     {910, "Invalid shadow record."};
+inline constexpr TraceMessage kShadowNotPresent        {911, "Unable to remove attr. %s subtype %d is not present."};
+inline constexpr TraceMessage kShadowRemoving          {912, "%s Subtype %d is present. Removing attr"};
+inline constexpr TraceMessage kShadowNoRecordMemory    {913, "%u: Unable to alloc shadow entry"};
+inline constexpr TraceMessage kShadowNewRecord         {914, "%u: Allocating new SHDB record entry"};
+inline constexpr TraceMessage kShadowCleanupNull       {915, "Invalid entry to cleanup"};
+inline constexpr TraceMessage kShadowCleanupArgument   {916, "Invalid argument for cleanup."};
+inline constexpr TraceMessage kShadowFreed             {917, "%u: Free'd the shadow record"};
+inline constexpr TraceMessage kShadowBadIndex          {918, "Attr Index %d is invalid."};
+inline constexpr TraceMessage kShadowRecordIsInvalid   {919, "Record is invalid."};
+inline constexpr TraceMessage kShadowNoIdentities      {920, "No external identities present in DB."};
+inline constexpr TraceMessage kShadowBadList           {921, "%u: Invalid identity list passed to get session identities"};
+inline constexpr TraceMessage kShadowNoEntries         {922, "No attr entries for index %d"};
+inline constexpr TraceMessage kShadowCopyFailed        {923, "%s: Failed to add aaa attribute"};
+inline constexpr TraceMessage kShadowCopied            {924, "%u: Added %s atribute to the list"};
+inline constexpr TraceMessage kShadowShowBadParams     {925, "show attr: invalid params"};
+inline constexpr TraceMessage kShadowShowNoRecord      {926, "Get record failed"};
+inline constexpr TraceMessage kShadowShowNoShadow      {927, "Failed to get the shadow rec"};
+// clang-format on
+
+}  // namespace msg
+}  // namespace kivo
