@@ -1,0 +1,45 @@
+// The daemon's own traces: decisions and borders, under the host application's module. What an
+// input can repeat quickly goes through a RateLimit.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/trace.h"
+
+namespace kivod {
+
+enum class HostLevel : uint32_t { kError = 3, kWarning = 4, kNotice = 5, kDebug = 7 };
+
+// Numbers of the daemon's messages, stable once given.
+enum class HostMessage : uint32_t {
+  kNoIndex = 1,
+  kNoWatch = 2,
+  kNoDatabase = 3,
+  kDamagedRecord = 10,
+  kBadValue = 11,
+  kSkippedRecord = 12,
+  kSessionFailed = 13,
+  kLogFailed = 14,
+  kSuppressed = 15,
+};
+
+#define host_trace(level, number, ...)                                      \
+  do {                                                                      \
+    if (trace_enabled(TRACE_MODULE_HOST_APP, static_cast<uint32_t>(level))) \
+      trace_write(TRACE_MODULE_HOST_APP, static_cast<uint32_t>(level),      \
+                  static_cast<uint32_t>(number), __VA_ARGS__);              \
+  } while (0)
+
+// Lets the first few of a kind of message through and counts the rest.
+class RateLimit {
+ public:
+  explicit RateLimit(uint64_t most) noexcept : most_(most) {}
+  bool allows() noexcept { return ++seen_ <= most_; }
+  [[nodiscard]] uint64_t suppressed() const noexcept { return seen_ > most_ ? seen_ - most_ : 0; }
+
+ private:
+  uint64_t most_;
+  uint64_t seen_ = 0;
+};
+
+}  // namespace kivod

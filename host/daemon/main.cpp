@@ -1,0 +1,90 @@
+// kivod, the host daemon of the library. This form replays accounting logs and shows what is asked:
+// it loads the sessions, prints, and ends.
+#include <cinttypes>
+#include <cstdio>
+#include <new>
+
+#include "host_trace.h"
+#include "kivo/display.h"
+#include "options.h"
+#include "platform/attrdb.h"
+#include "replay.h"
+#include "sessions/session_database.h"
+
+namespace {
+
+using namespace kivod;
+
+constexpr int kFailed = 1;
+
+void print_summary(const ReplayCounts &counts) {
+  const auto of = [&](Outcome outcome) { return counts.outcomes[static_cast<size_t>(outcome)]; };
+  const ChangeCounts changes = announced_changes();
+  std::printf("Replayed %" PRIu64 " records of %" PRIu64 " files\n", counts.records, counts.files);
+  std::printf("  sessions started %" PRIu64 ", updated %" PRIu64 ", stopped %" PRIu64
+              ", access servers restarted %" PRIu64 "\n",
+              of(Outcome::kStarted), of(Outcome::kUpdated), of(Outcome::kStopped),
+              of(Outcome::kServerEnded));
+  std::printf("  stops of unknown sessions %" PRIu64 ", incomplete %" PRIu64 ", other %" PRIu64
+              ", failed %" PRIu64 "\n",
+              of(Outcome::kUnknown), of(Outcome::kIncomplete), of(Outcome::kIgnored),
+              of(Outcome::kFailed));
+  std::printf("  damaged records %" PRIu64 ", unknown attributes %" PRIu64 ", bad values %" PRIu64
+              "\n",
+              counts.damaged, counts.pairs.unknown, counts.pairs.bad);
+  std::printf("  changes announced %" PRIu64 ", removals announced %" PRIu64 "\n",
+              changes.added_or_updated, changes.removed);
+  std::printf("Live sessions: %" PRIu32 "\n", attrdb_get_total_sessions());
+}
+
+void show(uint32_t command_type, uint64_t filter) {
+  kivo_show_db(command_type, filter);
+  std::fputc('\n', stdout);
+}
+
+void show_what_was_asked(const Options &options) {
+  if (options.show) show(KIVO_SHOW_NOTIFICATIONS, 0);
+  if (options.session_id) {
+    show(KIVO_SHOW_BY_AUDIT_SESSION, reinterpret_cast<uint64_t>(options.session_id->c_str()));
+  }
+  if (options.mac) show(KIVO_SHOW_BY_MAC, reinterpret_cast<uint64_t>(options.mac->data()));
+  if (options.ipv4) show(KIVO_SHOW_BY_IPV4, *options.ipv4);
+}
+
+int run(const Options &options) {
+  kivo_db *db = open_session_database();
+  if (db == nullptr) return kFailed;
+  std::string error;
+  auto decoder = PairDecoder::open(options.dictionaries, error);
+  if (!decoder) {
+    std::fprintf(stderr, "kivod: %s\n", error.c_str());
+    return kFailed;
+  }
+  SessionTable sessions(db);
+  Replay replay(*decoder, sessions);
+  int status = 0;
+  for (const std::string &path : options.replay) {
+    if (replay.run(path, error)) continue;
+    std::fprintf(stderr, "kivod: %s\n", error.c_str());
+    status = kFailed;
+  }
+  replay.report_suppressed();
+  if (!options.quiet) print_summary(replay.counts());
+  show_what_was_asked(options);
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  int exit_status = 0;
+  const auto options = kivod::parse_options(argc, argv, exit_status);
+  if (!options) return exit_status;
+  trace_add_stream_sink(stderr);
+  try {
+    return run(*options);
+  } catch (const std::bad_alloc &) {
+    std::fputs("kivod: out of memory\n", stderr);
+    return kFailed;
+  }
+}

@@ -1,0 +1,27 @@
+// The daemon's command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sessions/mac_address.h"
+
+namespace kivod {
+
+struct Options {
+  std::vector<std::string> replay;
+  std::string dictionaries;  // empty: where they were found at configuration
+  bool show = false;
+  std::optional<std::string> session_id;  // 24 characters
+  std::optional<MacAddress> mac;
+  std::optional<uint32_t> ipv4;  // network order in memory
+  bool quiet = false;
+};
+
+// Reads the command line. Nothing when the program is to end at once; `exit_status` then tells how:
+// 0 after --help or --version, 2 after a usage error, which is told on standard error.
+std::optional<Options> parse_options(int argc, char **argv, int &exit_status);
+
+}  // namespace kivod

@@ -1,0 +1,277 @@
+// See session_table.h.
+#include "session_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "../host_trace.h"
+#include "handles.h"
+#include "kivo/attribute_read.h"
+#include "kivo/attribute_write.h"
+#include "kivo/records.h"
+#include "kivo/shadow_db.h"
+#include "platform/error_text.h"
+
+namespace kivod {
+namespace {
+
+using Bytes = std::string_view;
+
+bool check(uint32_t status, const char *step) {
+  if (status == PLATFORM_OK) return true;
+  host_trace(HostLevel::kError, HostMessage::kSessionFailed, "%s: %s", step, error_text(status));
+  return false;
+}
+
+Bytes read(const attrdb_record *record, uint32_t type) {
+  const void *value = nullptr;
+  uint32_t size = 0;
+  uint32_t count = 0;
+  if (auth_mgr_idc_get_attr(record->ctxt, type, &value, &size, &count) != PLATFORM_OK ||
+      value == nullptr) {
+    return {};
+  }
+  return {static_cast<const char *>(value), size};
+}
+
+uint32_t interface_of(const attrdb_record *record) {
+  uint32_t id = 0;
+  const Bytes stored = read(record, AAA_ATTR_INTERFACE_ID);
+  if (stored.size() == sizeof(id)) std::memcpy(&id, stored.data(), sizeof(id));
+  return id;
+}
+
+// Whether the session is the access server's. A server known by its identifier alone must not be
+// taken for one that has an address and the same identifier.
+bool is_on_server(const attrdb_record *record, const EventValue &server) {
+  if (read(record, server.type) != server.bytes) return false;
+  return server.type == AAA_ATTR_ACCESS_SERVER_ADDRESS ||
+         read(record, AAA_ATTR_ACCESS_SERVER_ADDRESS).empty();
+}
+
+// What the daemon itself made or what identifies the session: an update does not take it away.
+bool outlives_updates(uint32_t type) {
+  return type == AAA_ATTR_SESSION_ID || type == AAA_ATTR_AUDIT_SESSION_ID ||
+         type == AAA_ATTR_ACCESS_SERVER_ADDRESS || type == AAA_ATTR_ACCESS_SERVER_ID;
+}
+
+// Removes the addresses that the event does not name any more.
+void remove_stale_addresses(attrdb_record *record, const EventValues &values) {
+  constexpr size_t kSize = 16;
+  const std::string stored(read(record, AAA_ATTR_IPV6_ADDRESSES));
+  for (size_t i = 0; i + kSize <= stored.size(); i += kSize) {
+    const Bytes address = Bytes(stored).substr(i, kSize);
+    const bool named = std::ranges::any_of(values.all(), [&](const EventValue &value) {
+      return value.type == AAA_ATTR_IPV6_ADDRESSES && value.bytes == address;
+    });
+    if (!named) {
+      auth_mgr_idc_remove_attr_by_type_and_value(record->ctxt, AAA_ATTR_IPV6_ADDRESSES,
+                                                 address.data(), kSize);
+    }
+  }
+}
+
+// Removes the identities with a subtype beyond those that the event names.
+void remove_stale_identities(attrdb_record *record, uint32_t type, const EventValues &values) {
+  uint32_t index = 0;
+  if (kivo_check_is_shadow_attrib(type, &index) == 0) return;
+  shadowdb_rec *shadow = auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt);
+  if (shadow == nullptr) return;
+  const auto n_named = static_cast<uint32_t>(std::ranges::count_if(
+      values.all(), [&](const EventValue &value) { return value.type == type; }));
+  std::vector<uint16_t> stale;
+  for (const auto *entry = shadow->attr_lists[index]; entry != nullptr; entry = entry->next) {
+    if (entry->subtype > n_named) stale.push_back(entry->subtype);
+  }
+  for (const uint16_t subtype : stale) {
+    shadowdb_remove_attr(shadow, index, type, sizeof(subtype), &subtype);
+  }
+}
+
+// Takes away what the event does not name. A type stands in event_types() once for each attribute
+// that it can come from, and is harmless twice.
+void remove_stale_values(attrdb_record *record, const EventValues &values) {
+  for (const uint32_t type : event_types()) {
+    uint32_t index = 0;
+    if (outlives_updates(type)) continue;
+    if (type == AAA_ATTR_IPV6_ADDRESSES) {
+      remove_stale_addresses(record, values);
+    } else if (kivo_check_is_shadow_attrib(type, &index) != 0) {
+      remove_stale_identities(record, type, values);
+    } else if (values.find(type) == nullptr) {
+      auth_mgr_idc_remove_attr_by_type(record->ctxt, type);
+    }
+  }
+}
+
+// Access server and port as one text; empty when the event names no port.
+std::string interface_key(const EventValue &server, const EventValues &values) {
+  const EventValue *port = values.find(AAA_ATTR_INTERFACE_NAME);
+  if (port == nullptr) port = values.find(AAA_ATTR_PORT);
+  if (port == nullptr) return {};
+  // The server's length keeps two pairs apart whose bytes join alike.
+  return std::to_string(server.type) + ':' + std::to_string(server.bytes.size()) + ':' +
+         server.bytes + std::to_string(port->type) + ':' + port->bytes;
+}
+
+// 24 characters: the server's last four address bytes, a counter and the time, in hexadecimal.
+std::array<char, 25> make_audit_session_id(const EventValue &server, uint64_t counter,
+                                           uint64_t time) {
+  uint32_t tail = 0;
+  for (const char c : server.bytes) tail = tail << 8 | static_cast<uint8_t>(c);
+  std::array<char, 25> id{};
+  std::snprintf(id.data(), id.size(), "%08" PRIX32 "%08" PRIX32 "%08" PRIX32, tail,
+                static_cast<uint32_t>(counter), static_cast<uint32_t>(time));
+  return id;
+}
+
+}  // namespace
+
+Outcome SessionTable::apply(const AccountingEvent &event) {
+  const EventValue *server = event.access_server();
+  if (!event.status || server == nullptr) return Outcome::kIncomplete;
+  const auto status = static_cast<AcctStatus>(*event.status);
+  if (status == AcctStatus::kAccountingOn || status == AcctStatus::kAccountingOff) {
+    return end_server(*server);
+  }
+  const EventValue *session_id = event.values.find(AAA_ATTR_SESSION_ID);
+  switch (status) {
+    case AcctStatus::kStart:
+    case AcctStatus::kInterimUpdate:
+      return session_id != nullptr ? start_or_update(event, *server, *session_id)
+                                   : Outcome::kIncomplete;
+    case AcctStatus::kStop:
+      return session_id != nullptr ? stop(*server, *session_id) : Outcome::kIncomplete;
+    default:
+      return Outcome::kIgnored;
+  }
+}
+
+std::optional<attrdb_record *> SessionTable::find(const EventValue &server,
+                                                  const EventValue &session_id) {
+  LabelSet labels;
+  uint32_t count = 0;
+  if (!labels || !check(kivo_match_labels_by_attr(db_, AAA_ATTR_SESSION_ID, session_id.bytes.data(),
+                                                  static_cast<uint32_t>(session_id.bytes.size()),
+                                                  labels.address(), &count),
+                        "look up a session")) {
+    return std::nullopt;
+  }
+  uint32_t cursor = 0;
+  while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {
+    attrdb_record *record = nullptr;
+    if (!check(kivo_get_record(db_, label, &record), "fetch a session")) return std::nullopt;
+    if (record != nullptr && is_on_server(record, server)) return record;
+  }
+  return nullptr;
+}
+
+uint32_t SessionTable::unused_label() {
+  for (;;) {
+    attrdb_record *record = nullptr;
+    if (++last_label_ == 0) continue;
+    if (kivo_get_record(db_, last_label_, &record) != PLATFORM_OK || record == nullptr) {
+      return last_label_;
+    }
+  }
+}
+
+Outcome SessionTable::start_or_update(const AccountingEvent &event, const EventValue &server,
+                                      const EventValue &session_id) {
+  const auto known = find(server, session_id);
+  if (!known) return Outcome::kFailed;
+  if (*known != nullptr) {
+    return write(event, server, *known, false) ? Outcome::kUpdated : Outcome::kFailed;
+  }
+  attrdb_record *record = nullptr;
+  const uint32_t label = unused_label();
+  if (!check(kivo_create_record(db_, label, nullptr), "create a session") ||
+      !check(kivo_get_record(db_, label, &record), "fetch a new session")) {
+    return Outcome::kFailed;
+  }
+  if (write(event, server, record, true)) return Outcome::kStarted;
+  // Without its identity nothing would ever find the session again.
+  if (read(record, AAA_ATTR_SESSION_ID).empty() || !is_on_server(record, server)) {
+    remove_session(record);
+  }
+  return Outcome::kFailed;
+}
+
+bool SessionTable::write(const AccountingEvent &event, const EventValue &server,
+                         attrdb_record *record, bool is_new) {
+  AttrList list;
+  if (!list) return check(list.status(), "make an attribute list");
+  for (const EventValue &value : event.values.all()) list.add(value.type, value.bytes);
+
+  const uint64_t now = event.time();
+  list.add_word(AAA_ATTR_UPDATE_TIME, now);
+  if (is_new) {
+    list.add_word(AAA_ATTR_START_TIME, now - std::min(now, event.session_time_s.value_or(0)));
+  }
+  if (event.values.find(AAA_ATTR_AUDIT_SESSION_ID) == nullptr &&
+      read(record, AAA_ATTR_AUDIT_SESSION_ID).empty()) {
+    list.add(AAA_ATTR_AUDIT_SESSION_ID,
+             make_audit_session_id(server, ++last_audit_id_, now).data());
+  }
+
+  const uint32_t old_interface = interface_of(record);
+  const std::string key = interface_key(server, event.values);
+  const uint32_t interface = key.empty() ? 0 : interfaces_.enter(key);
+  if (interface != 0) {
+    list.add_word(AAA_ATTR_INTERFACE_ID, interface);
+    list.add(AAA_ATTR_INTERFACE, std::to_string(interface));
+  }
+  const bool written =
+      check(list.status(), "fill an attribute list") &&
+      check(kivo_add_or_update_attr_list(db_, record->label, record, list.handle()),
+            "write a session");
+  if (!is_new && written) {
+    remove_stale_values(record, event.values);
+    if (interface == 0) {
+      auth_mgr_idc_remove_attr_by_type(record->ctxt, AAA_ATTR_INTERFACE_ID);
+      auth_mgr_idc_remove_attr_by_type(record->ctxt, AAA_ATTR_INTERFACE);
+    }
+  }
+  // The session is counted in on both; its record names one of them.
+  interfaces_.leave(interface_of(record) == interface ? old_interface : interface);
+  return written;
+}
+
+void SessionTable::remove_session(attrdb_record *record) {
+  const uint32_t interface = interface_of(record);
+  if (check(kivo_delete_record(db_, record->label), "delete a session"))
+    interfaces_.leave(interface);
+}
+
+Outcome SessionTable::stop(const EventValue &server, const EventValue &session_id) {
+  const auto known = find(server, session_id);
+  if (!known) return Outcome::kFailed;
+  if (*known == nullptr) return Outcome::kUnknown;
+  remove_session(*known);
+  return Outcome::kStopped;
+}
+
+Outcome SessionTable::end_server(const EventValue &server) {
+  LabelSet labels;
+  uint32_t count = 0;
+  if (!labels || !check(kivo_match_labels_by_attr(db_, server.type, server.bytes.data(),
+                                                  static_cast<uint32_t>(server.bytes.size()),
+                                                  labels.address(), &count),
+                        "look up an access server's sessions")) {
+    return Outcome::kFailed;
+  }
+  uint32_t cursor = 0;
+  while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {
+    attrdb_record *record = nullptr;
+    if (!check(kivo_get_record(db_, label, &record), "fetch a session")) return Outcome::kFailed;
+    if (record != nullptr && is_on_server(record, server)) remove_session(record);
+  }
+  return Outcome::kServerEnded;
+}
+
+}  // namespace kivod

@@ -1,0 +1,56 @@
+// Applies accounting events to the database: sessions begin, change and end. Keeps no table of its
+// own: a session is found by its identity (access server and Acct-Session-Id) through the library.
+// Invariant: a record of the database has its session id and its access server, for good.
+// Threads: none.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "accounting_event.h"
+#include "interface_table.h"
+#include "kivo/database.h"
+#include "platform/attrdb.h"
+
+namespace kivod {
+
+enum class Outcome : uint8_t {
+  kStarted,      // a session that was not known
+  kUpdated,      // a known one
+  kStopped,      // a known one ended
+  kUnknown,      // a stop for a session that was not known
+  kServerEnded,  // all sessions of an access server ended
+  kIncomplete,   // no status, no access server or no session id
+  kIgnored,      // a status that says nothing about sessions
+  kFailed,       // the library refused; traced
+};
+inline constexpr size_t kOutcomes = 8;
+
+class SessionTable {
+ public:
+  // db  the daemon's database; outlives the table.
+  explicit SessionTable(kivo_db *db) noexcept : db_(db) {}
+
+  // Applies one event. Without memory a session may be left with some of its values; one that could
+  // not be given its identity is deleted again. Throws std::bad_alloc.
+  Outcome apply(const AccountingEvent &event);
+
+ private:
+  // The identity's record: null without one, nothing at all when the library failed.
+  std::optional<attrdb_record *> find(const EventValue &server, const EventValue &session_id);
+  Outcome start_or_update(const AccountingEvent &event, const EventValue &server,
+                          const EventValue &session_id);
+  Outcome stop(const EventValue &server, const EventValue &session_id);
+  Outcome end_server(const EventValue &server);
+  bool write(const AccountingEvent &event, const EventValue &server, attrdb_record *record,
+             bool is_new);
+  void remove_session(attrdb_record *record);
+  uint32_t unused_label();
+
+  kivo_db *db_;
+  InterfaceTable interfaces_;
+  uint32_t last_label_ = 0;
+  uint64_t last_audit_id_ = 0;
+};
+
+}  // namespace kivod
