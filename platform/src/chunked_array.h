@@ -1,0 +1,76 @@
+// An array that grows by whole chunks: elements never move, and the number of an element gives its
+// address by arithmetic. Under the session slots, the hash tables and the pools of postings.
+// Invariants: elements [0, capacity()) are constructed; growing either adds a chunk or changes nothing.
+// There is no destructor, so that process-wide arrays outlive everything; release() gives it all back.
+// Threads: none; the process serialises all calls.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+
+namespace kivo_platform {
+
+template <typename T, std::uint32_t kPerChunk>
+class ChunkedArray {
+  static_assert(std::has_single_bit(kPerChunk));
+
+ public:
+  constexpr ChunkedArray() noexcept = default;
+  ChunkedArray(const ChunkedArray &) = delete;
+  ChunkedArray &operator=(const ChunkedArray &) = delete;
+
+  T &operator[](std::uint32_t i) noexcept { return chunks_[i / kPerChunk][i % kPerChunk]; }
+  const T &operator[](std::uint32_t i) const noexcept {
+    return chunks_[i / kPerChunk][i % kPerChunk];
+  }
+
+  std::uint32_t capacity() const noexcept { return chunk_count_ * kPerChunk; }
+
+  // Adds kPerChunk value-initialised elements; false without memory or beyond kMaxElements.
+  [[nodiscard]] bool grow() noexcept {
+    if (chunk_count_ == kMaxElements / kPerChunk || !grow_directory()) return false;
+    void *chunk = ::operator new(sizeof(T) * kPerChunk, kAlignment, std::nothrow);
+    if (chunk == nullptr) return false;
+    auto *elements = static_cast<T *>(chunk);
+    std::uninitialized_value_construct_n(elements, kPerChunk);
+    chunks_[chunk_count_++] = elements;
+    return true;
+  }
+
+  void release() noexcept {
+    for (std::uint32_t i = 0; i < chunk_count_; ++i) {
+      std::destroy_n(chunks_[i], kPerChunk);
+      ::operator delete(chunks_[i], kAlignment);
+    }
+    ::operator delete(chunks_);
+    chunks_ = nullptr;
+    chunk_count_ = directory_size_ = 0;
+  }
+
+ private:
+  // The upper half of the 32-bit numbers is left to users that mark them.
+  static constexpr std::uint32_t kMaxElements = UINT32_C(1) << 31;
+  static constexpr std::align_val_t kAlignment{std::max(alignof(T), std::size_t{64})};
+
+  bool grow_directory() noexcept {
+    if (chunk_count_ < directory_size_) return true;
+    const std::uint32_t size = std::max(UINT32_C(16), directory_size_ * 2);
+    auto **directory = static_cast<T **>(::operator new(size * sizeof(T *), std::nothrow));
+    if (directory == nullptr) return false;
+    std::copy_n(chunks_, chunk_count_, directory);
+    ::operator delete(chunks_);
+    chunks_ = directory;
+    directory_size_ = size;
+    return true;
+  }
+
+  T **chunks_ = nullptr;
+  std::uint32_t chunk_count_ = 0;
+  std::uint32_t directory_size_ = 0;
+};
+
+}  // namespace kivo_platform

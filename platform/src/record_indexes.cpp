@@ -1,0 +1,128 @@
+// RecordIndexes: spreading a value over its indexes, undoing it half-way, building an index late.
+#include "record_indexes.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "address_list.h"
+#include "session_slots.h"
+
+namespace kivo_platform {
+namespace {
+
+// Calls fn(bytes) for each value that an index sees in a stored one, while fn returns true. Returns
+// the bytes in front of the value at which fn stopped, all of them when it never did.
+template <typename Fn>
+Bytes for_each_indexed(std::uint32_t type, Bytes value, Fn &&fn) noexcept {
+  if (type != AAA_ATTR_IPV6_ADDRESSES) return fn(value) ? value : Bytes{};
+  for (std::size_t at = 0; at < value.size(); at += kAddressBytes) {
+    if (!fn(value.substr(at, kAddressBytes))) return value.substr(0, at);
+  }
+  return value;
+}
+
+void remove_from(ValueIndex &index, IndexedSession session, std::uint32_t type,
+                 Bytes value) noexcept {
+  for_each_indexed(type, value, [&](Bytes one) {
+    index.remove(session.slot, session.label, one);
+    return true;
+  });
+}
+
+bool add_to(ValueIndex &index, IndexedSession session, std::uint32_t type, Bytes value) noexcept {
+  bool added = true;
+  const Bytes done = for_each_indexed(type, value, [&](Bytes one) {
+    return added = index.add(session.slot, session.label, one);
+  });
+  if (!added && !done.empty()) remove_from(index, session, type, done);
+  return added;
+}
+
+bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
+  for (std::uint32_t slot = 0; slot < sessions.slots_used(); ++slot) {
+    const std::uint32_t label = sessions.label_at(slot);
+    if (label == 0) continue;
+    const StoredValue stored = find_value(sessions.at(slot).attributes, type);
+    if (stored.found && !add_to(index, {slot, label}, type, stored.bytes)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+ValueIndex *RecordIndexes::index_of(std::uint32_t type) noexcept {
+  if (indexes_[type] != nullptr) return indexes_[type];
+  std::unique_ptr<ValueIndex> index(new (std::nothrow) ValueIndex(type));
+  if (index == nullptr) return nullptr;
+  if (holders_[type] != 0 && !fill_from_records(*index, type)) return nullptr;
+  return indexes_[type] = index.release();
+}
+
+bool RecordIndexes::enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
+  if (!enter_interface_id(type, value)) return false;
+  ValueIndex *index = indexes_[type];
+  if (index == nullptr || add_to(*index, session, type, value)) return true;
+  leave_interface_id(type, value);
+  return false;
+}
+
+void RecordIndexes::leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
+  leave_interface_id(type, value);
+  if (indexes_[type] != nullptr) remove_from(*indexes_[type], session, type, value);
+}
+
+bool RecordIndexes::enter_all(IndexedSession session, const AttributeBlock *block) noexcept {
+  std::uint32_t entered = 0;
+  const bool complete = for_each_value(block, [&](std::uint32_t type, Bytes value) {
+    if (!enter(session, type, value)) return false;
+    gained(type);
+    ++entered;
+    return true;
+  });
+  if (complete) return true;
+  for_each_value(block, [&](std::uint32_t type, Bytes value) {
+    if (entered-- == 0) return false;
+    leave(session, type, value);
+    lost(type);
+    return true;
+  });
+  return false;
+}
+
+void RecordIndexes::leave_all(IndexedSession session, const AttributeBlock *block) noexcept {
+  for_each_value(block, [&](std::uint32_t type, Bytes value) {
+    leave(session, type, value);
+    lost(type);
+    return true;
+  });
+}
+
+std::uint32_t RecordIndexes::next_interface_id(std::uint32_t after) const noexcept {
+  const auto next = interface_ids_.upper_bound(after);
+  return next != interface_ids_.end() ? next->first : 0;
+}
+
+// Interface ids of another size than a number's have no place in the order.
+static bool is_interface_id(std::uint32_t type, Bytes value) noexcept {
+  return type == AAA_ATTR_INTERFACE_ID && value.size() == sizeof(std::uint32_t);
+}
+
+bool RecordIndexes::enter_interface_id(std::uint32_t type, Bytes value) noexcept {
+  if (!is_interface_id(type, value)) return true;
+  if (!fill_node_reserve()) return false;
+  std::uint32_t id = 0;
+  std::memcpy(&id, value.data(), sizeof id);
+  ++interface_ids_[id];
+  return true;
+}
+
+void RecordIndexes::leave_interface_id(std::uint32_t type, Bytes value) noexcept {
+  if (!is_interface_id(type, value)) return;
+  std::uint32_t id = 0;
+  std::memcpy(&id, value.data(), sizeof id);
+  const auto found = interface_ids_.find(id);
+  if (--found->second == 0) interface_ids_.erase(found);
+}
+
+}  // namespace kivo_platform

@@ -1,0 +1,59 @@
+// Everything that the store keeps about attribute values beside the records: an index for each
+// declared type, interface ids in numeric order, and for every type how many records hold it.
+// Between the attribute service, which reports each change of a record's value, and ValueIndex.
+// Invariants: (1) enter() happens whole or not at all; leave(), gained() and lost() cannot fail;
+// (2) type 10 is entered address by address.
+// Threads: none; the process serialises all calls.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "attribute_block.h"
+#include "node_memory.h"
+#include "platform/aaa_dictionary.h"
+#include "value_index.h"
+
+namespace kivo_platform {
+
+// A record as the indexes know it.
+struct IndexedSession {
+  std::uint32_t slot;
+  std::uint32_t label;
+};
+
+class RecordIndexes {
+ public:
+  // The index of a type; built by a walk over all records when there is none. Null without memory.
+  // The type is one of the dictionary.
+  ValueIndex *index_of(std::uint32_t type) noexcept;
+
+  // Enters a value, or the addresses of a value of type 10, that the record did not hold so far.
+  [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
+  void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
+
+  // All attributes of a record at once.
+  [[nodiscard]] bool enter_all(IndexedSession session, const AttributeBlock *block) noexcept;
+  void leave_all(IndexedSession session, const AttributeBlock *block) noexcept;
+
+  // A record has its first value of the type, or has no longer any.
+  void gained(std::uint32_t type) noexcept { ++holders_[type]; }
+  void lost(std::uint32_t type) noexcept { --holders_[type]; }
+  std::uint32_t holders(std::uint32_t type) const noexcept { return holders_[type]; }
+
+  // The smallest interface id above `after`, 0 when there is none.
+  std::uint32_t next_interface_id(std::uint32_t after) const noexcept;
+
+ private:
+  [[nodiscard]] bool enter_interface_id(std::uint32_t type, Bytes value) noexcept;
+  void leave_interface_id(std::uint32_t type, Bytes value) noexcept;
+
+  std::array<ValueIndex *, AAA_ATTR_TYPE_MAX + 1> indexes_{};
+  std::array<std::uint32_t, AAA_ATTR_TYPE_MAX + 1> holders_{};
+  CountByNumber interface_ids_;  // sessions by interface id
+};
+
+// The indexes of the one store; null until attrdb_init() has had the memory for them.
+RecordIndexes *record_indexes() noexcept;
+
+}  // namespace kivo_platform

@@ -1,0 +1,64 @@
+// SessionSlots: taking and giving back contexts, binding them to labels.
+#include "session_slots.h"
+
+namespace kivo_platform {
+
+constinit SessionSlots sessions;
+
+// Mixes a label over 32 bits. One to one: two labels with the same hash are the same label, which
+// is why the directory never looks at a record to compare.
+static std::uint32_t hash_label(std::uint32_t label) noexcept {
+  std::uint32_t h = label;
+  h = (h ^ (h >> 16)) * UINT32_C(0x85ebca6b);
+  h = (h ^ (h >> 13)) * UINT32_C(0xc2b2ae35);
+  return h ^ (h >> 16);
+}
+
+auth_ctxt *SessionSlots::take() noexcept {
+  std::uint32_t slot = 0;
+  if (free_slot_ != 0) {
+    slot = free_slot_ - 1;
+    free_slot_ = contexts_[slot].next_free;
+  } else {
+    // Labels grow first; when the contexts then cannot, the larger label array waits for them.
+    if (slots_used_ == labels_.capacity() && !labels_.grow()) return nullptr;
+    if (slots_used_ == contexts_.capacity() && !contexts_.grow()) return nullptr;
+    slot = slots_used_++;
+  }
+  ++live_;
+  auth_ctxt *ctxt = &contexts_[slot];
+  *ctxt = auth_ctxt{};
+  ctxt->record.ctxt = ctxt;
+  ctxt->slot = slot;
+  return ctxt;
+}
+
+void SessionSlots::give_back(auth_ctxt *ctxt) noexcept {
+  const std::uint32_t slot = ctxt->slot;
+  *ctxt = auth_ctxt{};
+  ctxt->slot = slot;
+  ctxt->next_free = free_slot_;
+  free_slot_ = slot + 1;
+  if (--live_ == 0) slots_used_ = free_slot_ = 0;  // an empty store begins with the first slot again
+}
+
+void SessionSlots::bind(auth_ctxt *ctxt, std::uint32_t label) noexcept {
+  labels_to_slots_.insert(hash_label(label), ctxt->slot);
+  ctxt->record.label = label;
+  labels_[ctxt->slot] = label;
+}
+
+void SessionSlots::unbind(auth_ctxt *ctxt) noexcept {
+  labels_to_slots_.erase(hash_label(ctxt->record.label), ctxt->slot);
+  labels_[ctxt->slot] = 0;
+  ctxt->record.label = 0;
+}
+
+auth_ctxt *SessionSlots::find(std::uint32_t label) noexcept {
+  if (label == 0) return nullptr;
+  const std::uint32_t *slot =
+      labels_to_slots_.find(hash_label(label), [](std::uint32_t) { return true; });
+  return slot != nullptr ? &contexts_[*slot] : nullptr;
+}
+
+}  // namespace kivo_platform

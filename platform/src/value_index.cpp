@@ -1,0 +1,125 @@
+// ValueIndex: entering and removing sessions, and the change between one session and several.
+#include "value_index.h"
+
+#include <algorithm>
+#include <new>
+
+#include "absl/hash/hash.h"
+#include "address_list.h"
+#include "platform/aaa_dictionary.h"
+#include "session_slots.h"
+
+namespace kivo_platform {
+namespace {
+
+constexpr std::uint32_t kNoPosting = 0;  // as a reference: it lacks the mark of a posting
+
+// Seeded for each process, so that peers cannot choose values which meet in one bucket.
+std::uint32_t hash_value(Bytes value) noexcept {
+  const std::uint64_t h = absl::Hash<Bytes>()(value);
+  return static_cast<std::uint32_t>(h ^ (h >> 32));
+}
+
+bool session_holds(std::uint32_t slot, std::uint32_t type, Bytes value) noexcept {
+  const StoredValue stored = find_value(sessions.at(slot).attributes, type);
+  if (!stored.found) return false;
+  if (type != AAA_ATTR_IPV6_ADDRESSES) return stored.bytes == value;
+  return holds_address(stored.bytes, value);
+}
+
+}  // namespace
+
+ValueIndex::~ValueIndex() {
+  table_.release();
+  postings_.release();
+}
+
+bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept {
+  const std::uint32_t hash = hash_value(value);
+  std::uint32_t *entry = find_entry(hash, value, slot);
+  if (entry == nullptr) {
+    if (!table_.reserve()) return false;
+    table_.insert(hash, slot);
+    return true;
+  }
+  if (!fill_node_reserve()) return false;
+  if ((*entry & kShared) != 0) {
+    posting_of(*entry).labels.insert(label);
+    return true;
+  }
+  const std::uint32_t posting = take_posting(value);
+  if (posting == kNoPosting) return false;
+  LabelSet &labels = posting_of(posting).labels;
+  labels.insert(sessions.label_at(*entry));
+  labels.insert(label);
+  *entry = posting;
+  return true;
+}
+
+void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept {
+  const std::uint32_t hash = hash_value(value);
+  std::uint32_t *entry =
+      table_.find(hash, [&](std::uint32_t ref) { return posting_is_for(ref, value); });
+  if (entry == nullptr) {
+    table_.erase(hash, slot);
+    return;
+  }
+  LabelSet &labels = posting_of(*entry).labels;
+  labels.erase(label);
+  if (labels.size() > 1) return;
+  const std::uint32_t posting = *entry;
+  *entry = sessions.find(*labels.begin())->slot;
+  give_posting(posting);
+}
+
+ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
+  const std::uint32_t *entry = find_entry(hash_value(value), value, kNoSlot);
+  if (entry == nullptr) return {};
+  if ((*entry & kShared) != 0) return {0, &posting_of(*entry).labels};
+  return {sessions.label_at(*entry), nullptr};
+}
+
+bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
+  if ((ref & kShared) == 0) return false;
+  const Posting &posting = posting_of(ref);
+  return Bytes{posting.key.get(), posting.key_size} == value;
+}
+
+// An entry of except_slot does not count: of a session that is being entered, another address of the
+// same hash may have led there, and its stored bytes would match this one too.
+std::uint32_t *ValueIndex::find_entry(std::uint32_t hash, Bytes value,
+                                      std::uint32_t except_slot) noexcept {
+  return table_.find(hash, [&](std::uint32_t ref) {
+    if ((ref & kShared) != 0) return posting_is_for(ref, value);
+    return ref != except_slot && session_holds(ref, type_, value);
+  });
+}
+
+std::uint32_t ValueIndex::take_posting(Bytes value) noexcept {
+  std::unique_ptr<char[]> key(new (std::nothrow) char[value.size()]);
+  if (key == nullptr) return kNoPosting;
+  if (free_posting_ == 0 && postings_used_ == postings_.capacity() && !postings_.grow()) {
+    return kNoPosting;
+  }
+  std::uint32_t number = 0;
+  if (free_posting_ != 0) {
+    number = free_posting_ - 1;
+    free_posting_ = postings_[number].next_free;
+  } else {
+    number = postings_used_++;
+  }
+  std::copy(value.begin(), value.end(), key.get());
+  postings_[number].key = std::move(key);
+  postings_[number].key_size = static_cast<std::uint32_t>(value.size());
+  return number | kShared;
+}
+
+void ValueIndex::give_posting(std::uint32_t ref) noexcept {
+  Posting &posting = posting_of(ref);
+  posting.labels.clear();
+  posting.key.reset();
+  posting.next_free = free_posting_;
+  free_posting_ = (ref & ~kShared) + 1;
+}
+
+}  // namespace kivo_platform

@@ -1,0 +1,69 @@
+// Index of one attribute type: from a value's bytes to the labels of the sessions that hold it.
+// Under RecordIndexes. A value that one session holds costs an eight-byte table entry with the
+// session's slot; its bytes are compared where the session stores them. A value that several share has
+// a posting: its own copy of the bytes and the labels in ascending order.
+// Invariants: (1) a posting has two labels or more; (2) add() is called before the value is written
+// into the session or after, remove() while it is still there or not: neither reads the session's own
+// bytes for its own entry; (3) remove() cannot fail and allocates nothing.
+// Threads: none; the process serialises all calls.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "attribute_block.h"
+#include "node_memory.h"
+#include "ref_table.h"
+
+namespace kivo_platform {
+
+class ValueIndex {
+ public:
+  explicit ValueIndex(std::uint32_t type) noexcept : type_(type) {}
+  ~ValueIndex();
+  ValueIndex(const ValueIndex &) = delete;
+  ValueIndex &operator=(const ValueIndex &) = delete;
+
+  // Enters a session under a value that it does not hold yet. The label is passed because a session
+  // in the making has none in the directory. False without memory, and nothing has changed.
+  [[nodiscard]] bool add(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept;
+
+  // Removes a session from a value that it was entered under.
+  void remove(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept;
+
+  // The sessions of a value: shared is set when there are several, else label is the one or 0.
+  struct Found {
+    std::uint32_t label = 0;
+    const LabelSet *shared = nullptr;
+
+    std::uint32_t lowest_label() const noexcept {
+      return shared != nullptr ? *shared->begin() : label;
+    }
+  };
+  Found find(Bytes value) noexcept;
+
+ private:
+  struct Posting {
+    LabelSet labels;
+    std::unique_ptr<char[]> key;
+    std::uint32_t key_size = 0;
+    std::uint32_t next_free = 0;  // number of the next free posting, plus 1
+  };
+  // Marks the table's references to postings; the others are slots.
+  static constexpr std::uint32_t kShared = UINT32_C(1) << 31;
+  static constexpr std::uint32_t kNoSlot = ~kShared;
+
+  Posting &posting_of(std::uint32_t ref) noexcept { return postings_[ref & ~kShared]; }
+  bool posting_is_for(std::uint32_t ref, Bytes value) noexcept;
+  std::uint32_t *find_entry(std::uint32_t hash, Bytes value, std::uint32_t except_slot) noexcept;
+  std::uint32_t take_posting(Bytes value) noexcept;
+  void give_posting(std::uint32_t ref) noexcept;
+
+  std::uint32_t type_;
+  RefTable table_;
+  ChunkedArray<Posting, 64> postings_;
+  std::uint32_t postings_used_ = 0;
+  std::uint32_t free_posting_ = 0;  // plus 1
+};
+
+}  // namespace kivo_platform
