@@ -71,6 +71,10 @@ int run(const Options &options) {
   replay.report_suppressed();
   if (!options.quiet) print_summary(replay.counts());
   show_what_was_asked(options);
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    std::fputs("kivod: cannot write to standard output\n", stderr);
+    return kFailed;
+  }
   return status;
 }
 

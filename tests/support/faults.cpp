@@ -1,34 +1,55 @@
 #include "support/faults.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace kivo_test {
 namespace {
 
-struct Gate {
-  bool armed = false;
-  bool reached = false;
+struct Fault {
   std::string operation;
-  uint32_t left = 0;
+  uint32_t left = 0;  // calls until it is due, 0 once it was
   uint32_t status = 0;
-} gate;
+};
+
+std::vector<Fault> armed;
+Fault last_reached;
 
 }  // namespace
 
+chunk_pool *label_block_pool = nullptr;
+hash_table *label_table = nullptr;
+variable_chunk_name_to_id shadow_class_tag = nullptr;
+
 void arm_fault(const std::string &operation, uint32_t nth, uint32_t status) {
-  gate = {true, false, operation, nth, status};
+  armed.clear();
+  arm_further_fault(operation, nth, status);
+}
+
+void arm_further_fault(const std::string &operation, uint32_t nth, uint32_t status) {
+  armed.push_back({operation, nth, status});
 }
 
 bool disarm_fault() {
-  gate.armed = false;
-  return gate.reached;
+  const bool reached =
+      std::all_of(armed.begin(), armed.end(), [](const Fault &fault) { return fault.left == 0; });
+  armed.clear();
+  return reached;
 }
 
 bool fault_is_due(const char *operation) {
-  if (!gate.armed || gate.reached) return false;
-  if (!gate.operation.empty() && gate.operation != operation) return false;
-  gate.reached = --gate.left == 0;
-  return gate.reached;
+  bool due = false;
+  for (Fault &fault : armed) {
+    if (fault.left == 0 || (!fault.operation.empty() && fault.operation != operation)) continue;
+    if (--fault.left != 0) continue;
+    last_reached = {operation, 0, fault.status};
+    due = true;
+  }
+  return due;
 }
 
-uint32_t fault_status() { return gate.status; }
+const std::string &failed_operation() { return last_reached.operation; }
+
+uint32_t fault_status() { return last_reached.status; }
 
 }  // namespace kivo_test

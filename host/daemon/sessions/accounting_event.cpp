@@ -202,7 +202,7 @@ void file_value(EventValues &values, const Mapping &mapping, std::string_view by
 void file_pair(const AccountingPair &pair, AccountingEvent &event, Bytes &scratch) {
   const AttributeId id = pair.id();
   for (const Fact &fact : kFacts) {
-    if (fact.radius == id) event.*fact.member = pair.integer();
+    if (fact.radius == id && !(event.*fact.member)) event.*fact.member = pair.integer();
   }
   for (const Mapping &mapping : kMappings) {
     if (mapping.radius == id && mapping.convert(pair, scratch)) {

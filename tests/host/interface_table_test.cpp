@@ -1,0 +1,82 @@
+// Numbers of interfaces: shared by the sessions of one port, never by two ports, gone with the last
+// session, and unharmed when memory runs out.
+#include "sessions/interface_table.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <set>
+
+static int until_failure = 0;  // of the requests for memory; 0 is never
+
+void *operator new(size_t size) {
+  void *block = until_failure != 0 && --until_failure == 0 ? nullptr : std::malloc(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+void operator delete(void *block) noexcept { std::free(block); }
+void operator delete(void *block, size_t) noexcept { std::free(block); }
+
+namespace {
+
+using kivod::InterfaceTable;
+
+TEST(InterfaceTable, GivesOnePortOneNumberAndTwoPortsTwo) {
+  InterfaceTable table;
+  std::set<uint32_t> numbers;
+  for (int port = 0; port < 1000; ++port) numbers.insert(table.enter(std::to_string(port)));
+  EXPECT_EQ(1000u, numbers.size());
+  EXPECT_FALSE(numbers.contains(0));
+  EXPECT_TRUE(numbers.contains(table.enter("7")));
+  EXPECT_EQ(1000u, table.size());
+}
+
+TEST(InterfaceTable, ForgetsAPortWithItsLastSession) {
+  InterfaceTable table;
+  const uint32_t number = table.enter("a port");
+  EXPECT_EQ(number, table.enter("a port"));
+  const uint32_t other = table.enter("another port");
+  table.leave(number);
+  EXPECT_EQ(number, table.enter("a port"));
+  table.leave(number);
+  table.leave(number);
+  EXPECT_EQ(1u, table.size());
+  EXPECT_NE(other, table.enter("a port"));
+  EXPECT_EQ(other, table.enter("another port"));
+}
+
+TEST(InterfaceTable, IgnoresTheLeavingOfNumbersThatNobodyHas) {
+  InterfaceTable table;
+  const uint32_t number = table.enter("a port");
+  table.leave(0);
+  table.leave(number + 1);
+  EXPECT_EQ(1u, table.size());
+  table.leave(number);
+  table.leave(number);
+  EXPECT_EQ(0u, table.size());
+}
+
+TEST(InterfaceTable, IsUnchangedByAPortThatFoundNoMemory) {
+  const std::string known(100, 'k');
+  const std::string fresh(100, 'f');
+  InterfaceTable table;
+  const uint32_t number = table.enter(known);
+  int failures = 0;
+  for (;;) {
+    until_failure = failures + 1;
+    try {
+      table.enter(fresh);
+      break;
+    } catch (const std::bad_alloc &) {
+      ++failures;
+      EXPECT_EQ(1u, table.size());
+      EXPECT_EQ(number, table.enter(known));
+    }
+  }
+  until_failure = 0;
+  EXPECT_GE(failures, 3);  // the key's node, its text and the number's node at the least
+  EXPECT_EQ(2u, table.size());
+}
+
+}  // namespace

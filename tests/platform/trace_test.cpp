@@ -1,0 +1,304 @@
+// Trace facility: levels, records, scopes, the sinks, and the stop on a broken precondition.
+#include "platform/trace.h"
+
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "failing_new.h"
+#include "platform/status.h"
+
+// Stands in for the C library's: what would go to the system's log is kept here.
+static std::string g_syslog;
+static int g_syslog_priority = -1;
+extern "C" void syslog(int priority, const char *fmt, ...) {
+  char text[4096];
+  va_list args;
+  va_start(args, fmt);
+  vsnprintf(text, sizeof text, fmt, args);
+  va_end(args);
+  g_syslog = text;
+  g_syslog_priority = priority;
+}
+
+namespace {
+
+// A sink that keeps what it sees, with the text copied.
+struct Seen {
+  trace_record record;
+  std::string text;
+};
+
+void keep(const trace_record *record, void *arg) {
+  static_cast<std::vector<Seen> *>(arg)->push_back({*record, {record->text, record->length}});
+}
+
+class TraceTest : public ::testing::Test {
+ protected:
+  TraceTest() { EXPECT_EQ(PLATFORM_OK, trace_add_sink(keep, nullptr, &seen_)); }
+  ~TraceTest() override {
+    trace_remove_sink(keep, &seen_);
+    trace_set_all_levels(TRACE_LEVEL_DEFAULT);
+  }
+
+  std::vector<Seen> seen_;
+};
+
+TEST(TraceLevels, DefaultAtLoadAndSetByModule) {
+  for (const uint8_t level : trace_levels) ASSERT_EQ(TRACE_LEVEL_DEFAULT, level);
+  trace_set_level(7, 6);
+  trace_set_level(TRACE_MODULES + 9, 0);
+  trace_set_level(11, 1000);
+  const struct {
+    uint16_t module;
+    uint32_t highest_written;
+  } rows[] = {{7, 6}, {8, TRACE_LEVEL_DEFAULT}, {9, 0}, {TRACE_MODULES + 7, 6}, {11, 255}};
+  for (const auto &row : rows) {
+    EXPECT_EQ(1, trace_enabled(row.module, row.highest_written)) << row.module;
+    EXPECT_EQ(0, trace_enabled(row.module, row.highest_written + 1)) << row.module;
+  }
+  trace_set_all_levels(3);
+  EXPECT_EQ(0, trace_enabled(11, 4));
+  trace_set_all_levels(TRACE_LEVEL_DEFAULT);
+}
+
+// Module, level, number and text.
+std::string line_of(const Seen &seen) {
+  return std::to_string(seen.record.module) + " " + std::to_string(seen.record.level) + " " +
+         std::to_string(seen.record.number) + " " + seen.text;
+}
+
+TEST_F(TraceTest, RecordsCarryWhatWasWritten) {
+  trace_write(1924, 3, 17, "%s has %d labels", "list", 12);
+  trace_follow_on(18, "more");
+  trace_write(5, 6, 1, nullptr);
+  ASSERT_EQ(3U, seen_.size());
+  EXPECT_EQ("1924 3 17 list has 12 labels", line_of(seen_[0]));
+  EXPECT_EQ("1924 3 18 more", line_of(seen_[1]));
+  EXPECT_EQ("5 6 1 ", line_of(seen_[2]));
+  EXPECT_EQ(seen_[0].record.sequence + 2, seen_[2].record.sequence);
+}
+
+TEST_F(TraceTest, LongTextIsCut) {
+  const std::string exact(TRACE_TEXT_MAX - 1, 'x');
+  trace_write(1, 1, 1, "%s", exact.c_str());
+  trace_write(1, 1, 1, "%syy", exact.c_str());
+  EXPECT_EQ(exact, seen_.at(0).text);
+  EXPECT_EQ(exact, seen_.at(1).text);
+}
+
+TEST_F(TraceTest, FormatThatPrintfRefusesStillMakesARecord) {
+  trace_write(1, 1, 1, "%ls", L"\x80");  // no character of the C locale
+  EXPECT_EQ("(text cannot be formatted)", seen_.at(0).text);
+}
+
+TEST_F(TraceTest, ErrnoStaysTheCallers) {
+  const auto spoil = [](const trace_record *, void *) { errno = EIO; };
+  const auto spoil_flush = [](void *) { errno = EIO; };
+  ASSERT_EQ(PLATFORM_OK, trace_add_sink(spoil, spoil_flush, nullptr));
+  errno = ENOENT;
+  const char *fmt = "%m%s";  // hidden from the compiler, which knows no %m in this language
+  trace_write(1, 1, 1, fmt, "");
+  EXPECT_EQ(ENOENT, errno);
+  trace_flush();
+  EXPECT_EQ(ENOENT, errno);
+  trace_remove_sink(spoil, nullptr);
+  EXPECT_EQ("No such file or directory", seen_.at(0).text);
+}
+
+TEST_F(TraceTest, ScopesIndentAndBalanceBeyondTheMaximum) {
+  trace_indent_pop();  // one too many stops at 0
+  trace_write(1, 1, 0, "outside");
+  for (uint32_t i = 0; i < TRACE_INDENT_MAX + 5; ++i) trace_indent_push();
+  trace_write(1, 1, 0, "deep");
+  for (uint32_t i = 0; i < TRACE_INDENT_MAX + 4; ++i) trace_indent_pop();
+  trace_write(1, 1, 0, "one");
+  trace_indent_pop();
+  trace_write(1, 1, 0, "outside");
+  const std::vector<uint16_t> expected = {0, TRACE_INDENT_MAX, 1, 0};
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(expected[i], seen_.at(i).record.indent) << i;
+  }
+}
+
+TEST_F(TraceTest, TraceFromInsideASinkIsDropped) {
+  const auto chatty = [](const trace_record *, void *) {
+    trace_write(1, 1, 2, "again");
+    trace_follow_on(3, "and again");
+  };
+  const auto chatty_flush = [](void *) { trace_write(1, 1, 4, "flushing"); };
+  ASSERT_EQ(PLATFORM_OK, trace_add_sink(chatty, chatty_flush, nullptr));
+  trace_write(1, 1, 1, "first");
+  trace_flush();
+  trace_remove_sink(chatty, nullptr);
+  trace_write(1, 1, 5, "second");
+  ASSERT_EQ(2U, seen_.size());
+  EXPECT_EQ(1U, seen_[0].record.number);
+  EXPECT_EQ(seen_[0].record.sequence + 1, seen_[1].record.sequence);
+}
+
+TEST(TraceSinks, AreCalledInOrderAndRemovedByFunctionAndArgument) {
+  static std::string order;
+  const auto append = [](const trace_record *, void *arg) { order += *static_cast<char *>(arg); };
+  const auto append_flush = [](void *arg) {
+    order += static_cast<char>(*static_cast<char *>(arg) - 32);
+  };
+  char names[] = "abc";
+  for (int i = 0; i < 3; ++i)
+    ASSERT_EQ(PLATFORM_OK, trace_add_sink(append, append_flush, &names[i]));
+  trace_write(1, 1, 1, "x");
+  trace_remove_sink(append, &names[1]);
+  trace_remove_sink(append, &names[1]);
+  trace_write(1, 1, 1, "x");
+  trace_flush();
+  EXPECT_EQ("abcacAC", order);
+  trace_remove_sink(append, &names[0]);
+  trace_remove_sink(append, &names[2]);
+}
+
+TEST(TraceSinks, AreRefusedWhenNullOrTooMany) {
+  EXPECT_EQ(AAA_ERR_INVALID_ARG, trace_add_sink(nullptr, nullptr, nullptr));
+  EXPECT_EQ(AAA_ERR_INVALID_ARG, trace_add_stream_sink(nullptr));
+  std::vector<Seen> seen;
+  for (uint32_t i = 0; i < TRACE_SINKS_MAX; ++i) {
+    ASSERT_EQ(PLATFORM_OK, trace_add_sink(keep, nullptr, &seen));
+  }
+  EXPECT_EQ(AAA_ERR_NO_ROOM, trace_add_sink(keep, nullptr, &seen));
+  EXPECT_EQ(nullptr, trace_ring_create(4));
+  for (uint32_t i = 0; i < TRACE_SINKS_MAX; ++i) trace_remove_sink(keep, &seen);
+  trace_write(1, 1, 1, "x");
+  EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(TraceTest, StreamGetsOneLineARecordWhateverTheTextHolds) {
+  char *bytes = nullptr;
+  size_t size = 0;
+  FILE *stream = open_memstream(&bytes, &size);
+  ASSERT_EQ(PLATFORM_OK, trace_add_stream_sink(stream));
+  trace_write(1924, 3, 12, "plain");
+  trace_indent_push();
+  trace_write(TRACE_MODULE_HOST_APP, 8, 4294967295U, "a\nb\x1b[31m\t\x7f \xc3\xa9");
+  trace_indent_pop();
+  trace_write(TRACE_MODULE_PLATFORM, 9, 0, "%s", std::string(TRACE_TEXT_MAX, '\r').c_str());
+  trace_remove_stream_sink(stream);
+  trace_write(1, 1, 1, "not here");
+  std::fclose(stream);
+
+  std::vector<std::string> lines = {
+      "[module 1924] error 12: plain\n",
+      "[host] detail 4294967295:   a\\x0ab\\x1b[31m\\x09\\x7f \xc3\xa9\n",
+      "[platform] level-9 0: "};
+  for (uint32_t i = 1; i < TRACE_TEXT_MAX; ++i) lines[2] += "\\x0d";
+  std::string expected;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const uint64_t time_ns = seen_.at(i).record.time_ns;
+    const auto seconds = static_cast<time_t>(time_ns / 1'000'000'000);
+    char time[64];
+    strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S.", gmtime(&seconds));
+    expected += time + std::to_string(1'000'000 + time_ns / 1000 % 1'000'000).substr(1) + "Z ";
+    expected += lines[i];
+  }
+  EXPECT_EQ(expected + "\n", std::string(bytes, size));
+  std::free(bytes);
+}
+
+TEST(TraceSyslog, LevelIsThePriority) {
+  ASSERT_EQ(PLATFORM_OK, trace_add_syslog_sink());
+  trace_write(TRACE_MODULE_REQUEST_HANDLER, 4, 5, "100%% of\n%s", "it");
+  EXPECT_EQ(LOG_WARNING, g_syslog_priority);
+  EXPECT_EQ("[request handler] 5: 100% of\\x0ait", g_syslog);
+  trace_write(1, 8, 5, "x");
+  EXPECT_EQ(LOG_DEBUG, g_syslog_priority);
+  trace_remove_syslog_sink();
+  trace_write(1, 2, 5, "y");
+  EXPECT_EQ("[module 1] 5: x", g_syslog);
+}
+
+std::string texts_of(const trace_ring *ring) {
+  std::vector<Seen> seen;
+  trace_ring_walk(ring, keep, &seen);
+  std::string texts;
+  for (const Seen &at : seen) texts += at.text + " ";
+  return texts;
+}
+
+TEST(TraceRing, KeepsTheLastRecords) {
+  trace_ring *ring = trace_ring_create(3);
+  ASSERT_NE(nullptr, ring);
+  EXPECT_EQ("", texts_of(ring));
+  for (int i = 1; i <= 2; ++i) trace_write(1, 1, 1, "r%d", i);
+  EXPECT_EQ("r1 r2 ", texts_of(ring));
+  for (int i = 3; i <= 5; ++i) trace_write(1, 1, 1, "r%d", i);
+  EXPECT_EQ("r3 r4 r5 ", texts_of(ring));
+  trace_write(1, 1, 1, "%s", std::string(300, 'z').c_str());
+  EXPECT_EQ("r4 r5 " + std::string(255, 'z') + " ", texts_of(ring));
+  trace_ring_destroy(ring);
+  trace_write(1, 1, 1, "into nothing");
+}
+
+TEST(TraceRing, MayBeTracedIntoWhileItIsWalked) {
+  trace_ring *ring = trace_ring_create(3);
+  for (int i = 1; i <= 3; ++i) trace_write(1, 1, 1, "r%d", i);
+  std::string texts;
+  trace_ring_walk(
+      ring,
+      [](const trace_record *record, void *arg) {
+        for (int i = 0; i < 2; ++i) trace_write(1, 1, 1, "new");
+        *static_cast<std::string *>(arg) += std::string(record->text) + " ";
+      },
+      &texts);
+  // The two that came in at r1 overwrote r1 and r2.
+  EXPECT_EQ("r1 r3 ", texts);
+  EXPECT_EQ("new new new ", texts_of(ring));
+  trace_ring_destroy(ring);
+}
+
+TEST(TraceRing, IsRefusedForABadCountOrWithoutMemory) {
+  EXPECT_EQ(nullptr, trace_ring_create(0));
+  EXPECT_EQ(nullptr, trace_ring_create(65'537));
+  failing_new::fail_nth(1);
+  EXPECT_EQ(nullptr, trace_ring_create(3));
+  failing_new::disarm();
+  trace_ring_destroy(nullptr);
+}
+
+constexpr const char *kStopPattern =
+    "fatal: \"name != nullptr\" does not hold at some/file.cpp:603";
+
+TEST(FatalStopDeathTest, AbortsWithConditionAndPlace) {
+  EXPECT_EXIT(fatal_stop("name != nullptr", "some/file.cpp", 603),
+              ::testing::KilledBySignal(SIGABRT), kStopPattern);
+  EXPECT_EXIT(fatal_stop(nullptr, nullptr, 0), ::testing::KilledBySignal(SIGABRT), "fatal: ");
+}
+
+TEST(FatalStopDeathTest, WritesAndFlushesThroughTheSinksAtEveryLevel) {
+  EXPECT_EXIT(
+      {
+        static char buffer[BUFSIZ];
+        setvbuf(stderr, buffer, _IOFBF, sizeof buffer);  // nothing shows without the flush
+        trace_set_all_levels(0);
+        trace_add_stream_sink(stderr);
+        fatal_stop("name != nullptr", "some/file.cpp", 603);
+      },
+      ::testing::KilledBySignal(SIGABRT),
+      std::string("\\[platform\\] emergency .*") + kStopPattern);
+}
+
+TEST(FatalStopDeathTest, SpeaksUpAlsoFromInsideASink) {
+  EXPECT_EXIT(
+      {
+        trace_add_sink([](const trace_record *,
+                          void *) { fatal_stop("name != nullptr", "some/file.cpp", 603); },
+                       nullptr, nullptr);
+        trace_write(1, 1, 1, "x");
+      },
+      ::testing::KilledBySignal(SIGABRT), kStopPattern);
+}
+
+}  // namespace
