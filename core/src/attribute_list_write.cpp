@@ -36,7 +36,7 @@ constexpr ListOperation kCleanAndAdd = {msg::kCleanListBadParams,
                                         true};
 
 // Writes to the shadow record when the type is an external identity, else to the record itself.
-uint32_t write_routed(attrdb_record &record, const ListedAttr &attr, uint32_t &changed) noexcept {
+uint32_t write_routed(attrdb_record &record, const AttrInHand &attr, uint32_t &changed) noexcept {
   uint32_t index = 0;
   if (kivo_check_is_shadow_attrib(attr.type, &index) == 0) {
     return auth_mgr_idc_add_or_update_attr(record.ctxt, attr.type, attr.value, attr.length,
@@ -48,7 +48,7 @@ uint32_t write_routed(attrdb_record &record, const ListedAttr &attr, uint32_t &c
 
 // Writes the attribute in hand and announces it. Nonzero ends the walk.
 uint32_t write_listed_attr(const ListOperation &op, kivo_db *db, uint32_t label,
-                           attrdb_record &record, ListCursor &cursor, ListedAttr &attr) noexcept {
+                           attrdb_record &record, ListCursor &cursor, AttrInHand &attr) noexcept {
   uint32_t status = cursor.read(attr);
   if (status != PLATFORM_OK) {
     kivo_trace_error(op.get_failed, error_text(status));
@@ -64,10 +64,7 @@ uint32_t write_listed_attr(const ListOperation &op, kivo_db *db, uint32_t label,
     kivo_trace_error(op.write_failed, error_text(status));
     return status;
   }
-  status = kivo_attr_change_notification(db, attr.type, attr.length, attr.value, label,
-                                         action_of(changed));
-  if (status == PLATFORM_OK) return PLATFORM_OK;
-  kivo_trace_error(op.notify_failed, error_text(status));
+  status = announce(db, label, attr, attr.value, action_of(changed), op.notify_failed);
   return op.notify_failure_ends_walk ? status : PLATFORM_OK;
 }
 
@@ -87,7 +84,7 @@ uint32_t write_list(const ListOperation &op, kivo_db *db, uint32_t label, attrdb
     kivo_trace_event(op.no_record, db->db_name);
     return PLATFORM_OK;
   }
-  return walk_list(attr_list, [&](ListCursor &cursor, ListedAttr &attr) noexcept {
+  return walk_list(attr_list, [&](ListCursor &cursor, AttrInHand &attr) noexcept {
     return write_listed_attr(op, db, label, *record, cursor, attr);
   });
 }

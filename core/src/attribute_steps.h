@@ -1,15 +1,17 @@
-// The steps that every write path shares: finding the record, walking an attribute list, and
-// telling a write's outcome from its change flag. The checks, traces and results around them differ
-// from operation to operation and stand there.
+// The steps that every write and removal shares: finding the record, walking an attribute list,
+// telling a write's outcome from its change flag, announcing. The checks, traces and results around
+// them differ from operation to operation and stand there.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include "kivo/database.h"
 #include "kivo/records.h"
 #include "notification.h"
 #include "platform/aaa.h"
+#include "trace.h"
 
 namespace kivo {
 
@@ -24,11 +26,45 @@ inline uint32_t action_of(uint32_t changed) noexcept {
   return changed != 0 ? KIVO_ACTION_ADD_OR_UPDATE : KIVO_ACTION_NONE;
 }
 
-// One attribute of a list. The bytes are the list's, pinned by the cursor.
-struct ListedAttr {
+// An attribute on its way into a record or out of it. The bytes are the caller's or, for one read
+// from an attribute list, the list's, pinned by the cursor.
+struct AttrInHand {
   uint32_t type;
   uint32_t length;
   const void *value;
+};
+
+// Announces a change of an attribute and traces a refusal. `bytes` is what callbacks are shown.
+inline uint32_t announce(kivo_db *db, uint32_t label, const AttrInHand &attr, const void *bytes,
+                         uint32_t action, const TraceMessage &refused,
+                         uint32_t level = kErrorLevel) noexcept {
+  const uint32_t status =
+      kivo_attr_change_notification(db, attr.type, attr.length, attr.value, bytes, label, action);
+  if (status == PLATFORM_OK) return PLATFORM_OK;
+  if (level == kErrorLevel) {
+    kivo_trace_error(refused, error_text(status));
+  } else {
+    kivo_trace_event(refused, error_text(status));
+  }
+  return status;
+}
+
+// A value may lie in the record that is written, and move with the write: what is announced is
+// copied before. Longer values are refused by the dispatch without being read.
+class AnnouncedValue {
+ public:
+  AnnouncedValue(const void *value, uint32_t size) noexcept : value_(value) {
+    if (value == nullptr || size >= KIVO_ATTR_VALUE_DATA_SIZE) return;
+    std::memcpy(copy_, value, size);
+    value_ = copy_;
+  }
+  AnnouncedValue(const AnnouncedValue &) = delete;
+  AnnouncedValue &operator=(const AnnouncedValue &) = delete;
+  [[nodiscard]] const void *bytes() const noexcept { return value_; }
+
+ private:
+  const void *value_;
+  uint8_t copy_[KIVO_ATTR_VALUE_DATA_SIZE];
 };
 
 // A cursor over an attribute list, given back on every path.
@@ -41,10 +77,10 @@ class ListCursor {
   explicit operator bool() const noexcept { return cursor_ != nullptr; }
 
   // Moves on; attr.type is 0 at the end.
-  uint32_t next(ListedAttr &attr) noexcept {
+  uint32_t next(AttrInHand &attr) noexcept {
     return aaa_cursor_get_next(cursor_.get(), &attr.type);
   }
-  uint32_t read(ListedAttr &attr) noexcept {
+  uint32_t read(AttrInHand &attr) noexcept {
     return aaa_cursor_get_value(cursor_.get(), &attr.length, &attr.value);
   }
 
@@ -63,7 +99,7 @@ uint32_t walk_list(uint32_t attr_list, Visit &&visit) noexcept {
   ListCursor cursor(attr_list);
   if (!cursor) return KIVO_ERR_NO_CURSOR;
   for (;;) {
-    ListedAttr attr{};
+    AttrInHand attr{};
     uint32_t status = cursor.next(attr);
     if (status != PLATFORM_OK || attr.type == 0) return status;
     status = visit(cursor, attr);

@@ -16,6 +16,11 @@ inline constexpr std::array<const char *, KIVO_DATA_TYPE_MAX + 1> kivo_data_type
     "INT 32   ", "INT 64   ", "IPV4_ADDR", "IPV6_ADDR", "MAC_ADDR ",
     "SESN_GUID", "POINTER  ", "VAR BIN  ", "VAR STR  ", "MAX      "};
 
+// The name of a kind, also of a number that is none.
+inline const char *data_type_name(kivo_data_type data_type) noexcept {
+  return data_type < kivo_data_type_names.size() ? kivo_data_type_names[data_type] : "UNKNOWN  ";
+}
+
 // The rows of a database's configuration; none when a failed creation left it without one.
 struct ConfigRows {
   const kivo_attr_config *rows;

@@ -113,13 +113,8 @@ void kivo_init_notify_old_attr(void) noexcept {
 }
 
 uint32_t kivo_attr_change_notification(kivo_db *db, uint32_t type, uint32_t size, const void *value,
-                                       uint32_t label, uint32_t action) noexcept {
-  return kivo_attr_change_notification_int(db, type, size, value, value, label, action);
-}
-
-uint32_t kivo::kivo_attr_change_notification_int(kivo_db *db, uint32_t type, uint32_t size,
-                                                 const void *value, const void *bytes,
-                                                 uint32_t label, uint32_t action) noexcept {
+                                       const void *bytes, uint32_t label,
+                                       uint32_t action) noexcept {
   if (db == nullptr || size == 0 || size >= KIVO_ATTR_VALUE_DATA_SIZE || value == nullptr) {
     kivo_trace_error(msg::kNotifyBadParams, size, value, static_cast<void *>(db));
     return KIVO_ERR_INVALID_ARG;

@@ -17,10 +17,6 @@ namespace {
 constexpr size_t kOwnerShown = 16;
 constexpr int kOwnerCut = 12;
 
-const char *data_type_name(kivo_data_type data_type) noexcept {
-  return data_type < kivo_data_type_names.size() ? kivo_data_type_names[data_type] : "UNKNOWN  ";
-}
-
 const char *action_name(uint32_t actions) noexcept {
   if (actions < kivo_notify_action_names.size()) return kivo_notify_action_names[actions];
   return (actions & KIVO_ACTION_UNCONDITIONAL) != 0

@@ -1,14 +1,11 @@
 // The database show: the header of every database named ATTR_DB, then its attribute table or the
 // records that a filter finds. Filters look records up through the record store's indexes.
-#include <cstring>
-
 #include "console.h"
 #include "database.h"
 #include "index_list.h"
-#include "kivo/display.h"
-#include "kivo/records.h"
 #include "show_attributes.h"
 #include "show_record.h"
+#include "shown_database.h"
 #include "trace.h"
 
 FILE **kivo_devsh_printf_init(FILE *stream) noexcept {
@@ -19,28 +16,11 @@ FILE **kivo_devsh_printf_init(FILE *stream) noexcept {
 namespace kivo {
 namespace {
 
-constexpr uint32_t kAuditSessionIdSize = 24;
-constexpr uint32_t kMacSize = 6;
-
-void write_header(const kivo_db &db) noexcept {
-  kivo_console_write("\n------------------------------------------------------------------");
-  kivo_console_write("\nDATABASE          : %s", db.db_name);
-  kivo_console_write("\nOWNER             : %s", db.owner_name);
-  kivo_console_write("\nNUMBER OF RECORDS : %d", static_cast<int>(attrdb_get_total_sessions()));
-}
-
-// The label of the one record that is shown for a value, 0 when there is none.
-uint32_t find_label(kivo_db &db, uint32_t type, const void *value, uint32_t size) noexcept {
-  uint32_t label = 0;
-  return kivo_match_label_by_attr(&db, type, value, size, &label) == PLATFORM_OK ? label : 0;
-}
-
 void show_by_audit_session(kivo_db &db, const char *filter) noexcept {
   uint32_t label = 0;
   if (filter != nullptr) {
-    char id[kAuditSessionIdSize] = {};
-    std::memcpy(id, filter, strnlen(filter, sizeof(id)));
-    label = find_label(db, AAA_ATTR_AUDIT_SESSION_ID, id, sizeof(id));
+    const AuditSessionKey key(filter);
+    label = find_shown_label(&db, AAA_ATTR_AUDIT_SESSION_ID, key.bytes, sizeof(key.bytes));
   }
   if (label == 0) {
     kivo_console_write("\n\nNo matching records found with supplied Audit Session ID: %s\n",
@@ -53,13 +33,13 @@ void show_by_audit_session(kivo_db &db, const char *filter) noexcept {
 
 void show_by_mac(kivo_db &db, const void *filter) noexcept {
   const uint32_t label =
-      filter != nullptr ? find_label(db, AAA_ATTR_MAC_ADDRESS, filter, kMacSize) : 0;
+      filter != nullptr ? find_shown_label(&db, AAA_ATTR_MAC_ADDRESS, filter, kMacKeySize) : 0;
   if (label == 0) {
     kivo_console_write("\n\nNo matching records found with supplied MAC Address: %s\n",
-                       auth_mgr_safe_printable_mac(filter, kMacSize));
+                       auth_mgr_safe_printable_mac(filter, kMacKeySize));
     return;
   }
-  kivo_trace_event(msg::kShowMatchMac, auth_mgr_safe_printable_mac(filter, kMacSize));
+  kivo_trace_event(msg::kShowMatchMac, auth_mgr_safe_printable_mac(filter, kMacKeySize));
   kivo_show_record(db, label);
 }
 
@@ -90,7 +70,8 @@ void show_by_ipv4(kivo_db &db, uint32_t address) noexcept {
 }
 
 void show_slot(kivo_db &db, uint32_t command_type, uint64_t filter) noexcept {
-  write_header(db);
+  write_database_header(db);
+  kivo_console_write("\nNUMBER OF RECORDS : %d", static_cast<int>(attrdb_get_total_sessions()));
   switch (command_type) {
     case KIVO_SHOW_BY_AUDIT_SESSION:
       show_by_audit_session(db, reinterpret_cast<const char *>(filter));
@@ -112,7 +93,7 @@ void show_slot(kivo_db &db, uint32_t command_type, uint64_t filter) noexcept {
 void kivo_show_db(uint32_t command_type, uint64_t filter) noexcept {
   bool found = false;
   for (kivo_db &db : kivo::client_info) {
-    if (std::strncmp(db.db_name, KIVO_SHOW_DB_NAME, KIVO_NAME_SIZE) != 0) continue;
+    if (!kivo::is_shown(db)) continue;
     found = true;
     kivo::show_slot(db, command_type, filter);
   }

@@ -3,10 +3,9 @@
 
 #include "console.h"
 #include "database.h"
-#include "kivo/attribute_read.h"
 #include "kivo/shadow_db.h"
 #include "platform/aaa.h"
-#include "value_display.h"
+#include "value_rendering.h"
 
 namespace kivo {
 namespace {
@@ -19,16 +18,9 @@ void write_columns() noexcept {
 }
 
 void show_attribute(kivo_db &db, uint32_t label, const kivo_attr_config &row) noexcept {
-  const void *bytes = nullptr;
-  uint32_t length = 0;
-  const uint32_t status = kivo_get_attr(&db, label, nullptr, row.aaa_type, &bytes, &length);
+  const StoredValue value = read_value(db, label, row.aaa_type);
   kivo_console_write("\n%-30s : ", aaa_dict_get_attr_name(row.aaa_type));
-  if (status != PLATFORM_OK || length == 0 || bytes == nullptr) {
-    kivo_console_write("--- Data not found ---");
-    return;
-  }
-  display_value(db, row.data_type,
-                {label, row.aaa_type, static_cast<const uint8_t *>(bytes), length});
+  render_on_console(db, row.data_type, value);
 }
 
 }  // namespace

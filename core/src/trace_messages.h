@@ -87,6 +87,40 @@ inline constexpr TraceMessage kCleanListUnsupported    {565, "Clean/Add attr lis
 inline constexpr TraceMessage kCleanListWriteFailed    {566, "Clean/Add attr list: add attr to rec failed, error:%s"};
 inline constexpr TraceMessage kCleanListNotifyFailed   {567, "Clean/Add attr list: Notify failed, error:%s"};
 
+// Adding attributes
+inline constexpr TraceMessage kAddToRecordBadParams    {520, "add attr to record: invalid params"};
+inline constexpr TraceMessage kAddToRecordFailed       {521, "kivo_add_attr_to_record: Add attr failed, error:%s"};
+inline constexpr TraceMessage kAddToRecordNotifyFailed {522, "kivo_add_attr_to_record: Notify failed, error:%s"};
+inline constexpr TraceMessage kAddAttrBadParams        {523, "add attr to label: invalid params"};
+inline constexpr TraceMessage kAddAttrNoDb             {524, "Add attr list: invlaid params"};
+inline constexpr TraceMessage kAddAttr                 {525, "add attr list:%s"};
+inline constexpr TraceMessage kAddAttrFetchFailed      {526, "Add attr list: get record internal failed, error:%s"};
+inline constexpr TraceMessage kAddAttrNoRecord         {527, "add attr list:%s rec doesn't exist"};
+inline constexpr TraceMessage kAddAttrFailed           {528, "kivo_add_attr: Add failed, error:%s"};
+inline constexpr TraceMessage kAddListBadParams        {530, "add attr list: invalid params"};
+inline constexpr TraceMessage kAddListNoDb             {531, "Add attr list: invalid params"};
+inline constexpr TraceMessage kAddList                 {532, "Add attr list:%s"};
+inline constexpr TraceMessage kAddListNoRecord         {533, "Add attr list:%s rec doesn't exist"};
+inline constexpr TraceMessage kAddListGetFailed        {534, "Add attr list: get attr failed, error:%s"};
+inline constexpr TraceMessage kAddListWriteFailed      {535, "Add attr list: add attr to rec failed, error:%s"};
+inline constexpr TraceMessage kAddListNotifyFailed     {536, "Add attr list: failed, error:%s"};
+inline constexpr TraceMessage kUpdateInRecordBadParams {540, "add or update attr to rec: invalid params"};
+inline constexpr TraceMessage kUpdateInRecordFailed    {541, "add or update attr to rec: failed, error:%s"};
+inline constexpr TraceMessage kUpdateInRecordNotify    {542, "Add/update attr to rec: Notify failed, error:%s"};
+
+// Removing attributes
+inline constexpr TraceMessage kRemoveBadParams         {570, "remove attrs: invalid params"};
+inline constexpr TraceMessage kRemoveByType            {571, "remove attrs:"};
+inline constexpr TraceMessage kRemoveGetFailed         {572, "Remove attr by type: Get attr from rec failed, error:%s"};
+inline constexpr TraceMessage kRemoveByTypeNotify      {573, "Remove attr by type: Notify failed, error:%s"};
+inline constexpr TraceMessage kRemoveByTypeFailed      {574, "Remove attr by type: Remove failed, error:%s"};
+inline constexpr TraceMessage kRemove                  {575, "remove attrs:%s"};
+inline constexpr TraceMessage kRemoveNoRecord          {576, "remove attrs:%s rec doesn't exist"};
+inline constexpr TraceMessage kRemoveTypesFailed       {577, "Remove attrs by type: Remove attr failed, error:%s"};
+inline constexpr TraceMessage kRemoveBadRecord         {578, "remove attrs: invalid rec"};
+inline constexpr TraceMessage kRemoveByValueFailed     {579, "Remove attr by type/val: Remove attr failed, error:%s"};
+inline constexpr TraceMessage kRemoveByValueNotify     {580, "Remove attrs from rec by type and val: Notify failed, error:%s"};
+
 // Label sets
 inline constexpr TraceMessage kHashTableFailed         {600, "Failed to initialize kivo index list hashtable"};
 inline constexpr TraceMessage kHashAddFailed           {601, "Failed to add index %u to kivo index list hashtable"};
@@ -97,6 +131,48 @@ inline constexpr TraceMessage kGetAttrBadParams        {700, "get attr: invalid 
 inline constexpr TraceMessage kGetAttr                 {701, ">>>>> get attr: for attr_type %s"};
 inline constexpr TraceMessage kGetAttrFailed           {702, "get attr: Could not get attr from db - rc %d"};
 inline constexpr TraceMessage kGetAttrNoRecord         {703, "get attrs: rec doesn't exist attr_type %d"};
+
+// Multi-attribute queries
+inline constexpr TraceMessage kQueryStart              {620, "start_multi_attr_query"};
+inline constexpr TraceMessage kQueryStartBadParams     {621, "start_multi_attr_query Invalid params"};
+inline constexpr TraceMessage kQueryAdd                {622, "kivo_add_attr_to_query"};
+inline constexpr TraceMessage kQueryAddNoContext       {623, "add_attr_to_multi_query: Null ctx param"};
+inline constexpr TraceMessage kQueryAddBadParams       {624, "add_attr_to_multi_query: Invalid params"};
+inline constexpr TraceMessage kQueryAddNoMatches       {625, "add_attr_to_multi_query: MAQI_NO_MATCHES"};
+inline constexpr TraceMessage kIndexedBadParams        {626, "check_attr_indxed_int: invalid params"};
+inline constexpr TraceMessage kQueryAddFailed          {627, "add_attr_to_multi_query failed: type %d indexed %d"};
+inline constexpr TraceMessage kIndexedLookupFailed     {628, "check_attr_indxed_int: Error in accl_tbl type %d, error:%s"};
+inline constexpr TraceMessage kIndexedNoEntry          {629, "check_attr_indxed_int: not accel type %d, "};
+inline constexpr TraceMessage kQueryListFailed         {630, "add_attr_to_multi_query list create failed: type %d indexed %d"};
+inline constexpr TraceMessage kQueryGetFailed          {631, "add_attr_to_multi_query get failed: type %d indexed %d"};
+inline constexpr TraceMessage kQueryNoLabels           {632, "add_attr_to_multi_query index attr no matches: type %d indexed %d"};
+inline constexpr TraceMessage kQueryIntersectFailed    {633, "add_attr_to_multi_query lists intersect failed: type %d indexed %d"};
+inline constexpr TraceMessage kQueryNoIntersection     {634, "add_attr_to_multi_query index attr no intersect: type %d indexed %d"};
+inline constexpr TraceMessage kQuerySizeFailed         {635, "add_attr_to_multi_query lists size failed: type %d indexed %d"};
+inline constexpr TraceMessage kQueryUnindexedFailed    {636, "add_attr_to_multi_query:  unindexed attrs failed"};
+inline constexpr TraceMessage kQueryUnindexedNoMatch   {637, "add_attr_to_multi_query unindex attr no match: type %d indexed %d"};
+inline constexpr TraceMessage kQueryUnindexedStored    {638, "add_attr_to_multi_query unindex attr stored : type %d indexed %d"};
+inline constexpr TraceMessage kQueryTooManyUnindexed   {639, "add_attr_to_multi_query: Too many unindexed attrs"};
+inline constexpr TraceMessage kCandidatesBadParams     {640, "match_attr_to_candidates_int: invalid params"};
+inline constexpr TraceMessage kQueryGet                {641, "kivo_get_matches_for_query"};
+inline constexpr TraceMessage kQueryGetNoMatches       {642, "get_matches_to_multi_query: KIVO_MAQI_NO_MATCHES"};
+inline constexpr TraceMessage kQueryManyMatches        {643, "get_matches_to_multi_query: TOO MANY MATCHES %d"};
+
+// Session matching
+inline constexpr TraceMessage kMatchSessionsBadParams  {650, "match_sessions_from_list: invalid params"};
+inline constexpr TraceMessage kMatchSessions           {651, "match sessions from list :%s"};
+inline constexpr TraceMessage kMatchSessionsGetFailed  {652, "match_sessions_from_list: get attr failed, error:%s"};
+inline constexpr TraceMessage kMatchSessionsAccel      {653, "match_sessions_from_list: accel lookup error, error:%s"};
+inline constexpr TraceMessage kMatchSessionsNoEntry    {654, "match_sessions_from_list: type %d not accel type"};
+inline constexpr TraceMessage kMatchSessionsLabels     {655, "match_sessions_from_list: get labels by attr failed, error:%s"};
+inline constexpr TraceMessage kMatchSessionsNoLabels   {656, "match_sessions_from_list: get labels by attr no match, type: %d"};
+inline constexpr TraceMessage kMatchSessionsIntersect  {657, "match_sessions_from_list: Intersection failed, error:%s"};
+inline constexpr TraceMessage kMatchSessionsEmpty      {658, "match_sessions_from_list: Intersection is 0, error:%s"};
+inline constexpr TraceMessage kMatchSessionsSize       {659, "match_sessions_from_list: Fail in get list size, error:%s"};
+inline constexpr TraceMessage kMatchSessionsNone       {660, "match_sessions_from_list: No matches db_handle:[%p]"};
+inline constexpr TraceMessage kSessionListBadParams    {670, "get session list: invalid params"};
+inline constexpr TraceMessage kSessionList             {671, "get session list"};
+inline constexpr TraceMessage kSessionListFailed       {672, "get session list: list create failed"};
 
 // Display
 inline constexpr TraceMessage kShowMatchAudit          {800, "\n\nMatching record information with Audit Session ID %s:\n"};

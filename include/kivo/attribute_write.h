@@ -42,4 +42,38 @@ KIVO_API uint32_t kivo_add_or_update_attr_list(kivo_db *db, uint32_t label, attr
 KIVO_API uint32_t kivo_clean_and_add_attr_list(kivo_db *db, uint32_t label, attrdb_record *record,
                                                uint32_t attr_list) KIVO_NOEXCEPT;
 
+/* Adds one attribute to a record at hand and announces it, with action 1 when it changed the record,
+ * else 0. As with all the add operations below, a value that is there is replaced, as by an update;
+ * they differ in their checks, in when they notify and in what they return. External identities go
+ * to the record's own attributes.
+ * db      not checked: with a null one the attribute is written, and nobody is told.
+ * record  not null; its label is what callbacks are told.
+ * value   size bytes; may lie in the record itself.
+ * size    1 to 65,535 bytes. Above 255 the value is written, but cannot be announced.
+ * Returns 0, also when the notification fails (traced); KIVO_ERR_INVALID_ARG; the attribute service's
+ * status (nothing written, nobody told). */
+KIVO_API uint32_t kivo_add_attr_to_record(kivo_db *db, attrdb_record *record, uint32_t type,
+                                          const void *value, uint32_t size) KIVO_NOEXCEPT;
+
+/* The same for a record given by label, or by pointer.
+ * Returns as above; also KIVO_ERR_INVALID_ARG for a null database, and the status of the fetch. */
+KIVO_API uint32_t kivo_add_attr(kivo_db *db, uint32_t label, attrdb_record *record, uint32_t type,
+                                const void *value, uint32_t size) KIVO_NOEXCEPT;
+
+/* Adds every attribute of a list, in its order. Each is announced twice: as kivo_add_attr_to_record
+ * does, with the record's label, and once more with action 1 and the label argument.
+ * Returns 0; KIVO_ERR_INVALID_ARG (attr_list 0, db null, an empty value in the list);
+ * KIVO_ERR_NO_CURSOR; the status of the fetch, of a cursor step or of a write, an unsupported type
+ * included, which ends the walk. A failed notification is traced only. */
+KIVO_API uint32_t kivo_add_attr_list(kivo_db *db, uint32_t label, attrdb_record *record,
+                                     uint32_t attr_list) KIVO_NOEXCEPT;
+
+/* Adds or updates one attribute of a record at hand and announces it whatever became of the write:
+ * after a failed one with action 0, unless the store says that the record changed.
+ * Arguments as of kivo_add_attr_to_record().
+ * Returns 0; KIVO_ERR_INVALID_ARG; the status of the write. The notification's is traced only. */
+KIVO_API uint32_t kivo_add_or_update_attr_to_record(kivo_db *db, attrdb_record *record,
+                                                    uint32_t type, const void *value,
+                                                    uint32_t size) KIVO_NOEXCEPT;
+
 #endif

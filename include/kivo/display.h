@@ -10,6 +10,7 @@
 
 #include "kivo/database.h"
 #include "kivo/export.h"
+#include "platform/attrdb.h"
 
 #define KIVO_SHOW_DB_NAME "ATTR_DB" /* the database that is shown */
 
@@ -28,5 +29,28 @@ KIVO_API FILE **kivo_devsh_printf_init(FILE *stream) KIVO_NOEXCEPT;
  *         than 24 characters counts as padded with zeros.
  * Cost: the configuration, or the records found. */
 KIVO_API void kivo_show_db(uint32_t command_type, uint64_t filter) KIVO_NOEXCEPT;
+
+/* The context of a record walk that prints: filled by kivo_show_all_records(). */
+typedef struct kivo_show_walk_ctx {
+  kivo_db *db;     /* a copy of the database's handle, taken before the walk */
+  uint32_t total;  /* records when the walk began */
+  uint32_t number; /* of the record in hand, counted from 0 */
+} kivo_show_walk_ctx;
+
+#define KIVO_SHOW_RECORD_ATTRS 14u /* acceleration entries that a record listing reads */
+
+/* Lists the databases named ATTR_DB.
+ * detail  0: how many records each index tree holds; else every record, with the attributes of the
+ *         first KIVO_SHOW_RECORD_ATTRS acceleration entries and its external identities.
+ * Cost: with detail a walk over all records. */
+KIVO_API void kivo_show_all_records(uint32_t detail) KIVO_NOEXCEPT;
+
+/* Lists a database's attribute types with their numbers. A null database lists nothing. */
+KIVO_API void kivo_show_attrs_short(const kivo_db *db) KIVO_NOEXCEPT;
+
+/* Prints one record of such a walk and counts it. For attrdb_walk_all_records(), which passes the
+ * context as a plain pointer.
+ * Returns 1; 0, without writing, when an argument is null. */
+KIVO_API uint32_t kivo_show_record_attrs_test(attrdb_record *record, void *context) KIVO_NOEXCEPT;
 
 #endif
