@@ -6,6 +6,7 @@
 
 #include "host_trace.h"
 #include "kivo/display.h"
+#include "match.h"
 #include "options.h"
 #include "platform/attrdb.h"
 #include "replay.h"
@@ -16,6 +17,7 @@ namespace {
 using namespace kivod;
 
 constexpr int kFailed = 1;
+constexpr int kUsageError = 2;
 
 void print_summary(const ReplayCounts &counts) {
   const auto of = [&](Outcome outcome) { return counts.outcomes[static_cast<size_t>(outcome)]; };
@@ -42,13 +44,39 @@ void show(uint32_t command_type, uint64_t filter) {
   std::fputc('\n', stdout);
 }
 
-void show_what_was_asked(const Options &options) {
+// Returns the exit status.
+int show_what_was_asked(kivo_db *db, const Options &options) {
   if (options.show) show(KIVO_SHOW_NOTIFICATIONS, 0);
+  if (options.attributes) {
+    kivo_show_attrs_short(db);
+    std::fputc('\n', stdout);
+  }
+  if (options.counts) {
+    kivo_show_all_records(0);
+    std::fputc('\n', stdout);
+  }
+  if (options.records) {
+    kivo_show_all_records(1);
+    std::fputc('\n', stdout);
+  }
   if (options.session_id) {
     show(KIVO_SHOW_BY_AUDIT_SESSION, reinterpret_cast<uint64_t>(options.session_id->c_str()));
   }
   if (options.mac) show(KIVO_SHOW_BY_MAC, reinterpret_cast<uint64_t>(options.mac->data()));
   if (options.ipv4) show(KIVO_SHOW_BY_IPV4, *options.ipv4);
+  if (options.match.empty()) return 0;
+  switch (print_matches(db, options.match)) {
+    case MatchResult::kFound:
+    case MatchResult::kNone:
+      return 0;
+    case MatchResult::kNotIndexed:
+      std::fputs("kivod: --match needs a condition on an indexed attribute\n", stderr);
+      return kUsageError;
+    case MatchResult::kFailed:
+      break;
+  }
+  std::fputs("kivod: the query failed\n", stderr);
+  return kFailed;
 }
 
 int run(const Options &options) {
@@ -70,12 +98,12 @@ int run(const Options &options) {
   }
   replay.report_suppressed();
   if (!options.quiet) print_summary(replay.counts());
-  show_what_was_asked(options);
+  const int shown = show_what_was_asked(db, options);
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
     std::fputs("kivod: cannot write to standard output\n", stderr);
     return kFailed;
   }
-  return status;
+  return status != 0 ? status : shown;
 }
 
 }  // namespace

@@ -23,6 +23,12 @@ std::string read_ipv4(const std::string &text, std::optional<uint32_t> &ipv4) {
   return "";
 }
 
+std::string read_conditions(const std::string &text, std::vector<AttrCondition> &conditions) {
+  std::string error;
+  conditions = parse_conditions(text, error);
+  return error;
+}
+
 std::string check_session_id(const std::string &text) {
   return text.size() == kAuditSessionIdSize ? "" : "an audit session id has 24 characters";
 }
@@ -33,6 +39,7 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
   Options options;
   std::string mac;
   std::string ipv4;
+  std::string match;
   CLI::App app("kivod keeps the live sessions that access servers report", "kivod");
   app.set_version_flag("--version", std::string("kivod ") + KIVO_VERSION);
   app.add_option("--replay", options.replay,
@@ -52,6 +59,14 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
   app.add_option("--ipv4", ipv4, "Show the sessions of this IPv4 address")
       ->type_name("ADDR")
       ->check([&](const std::string &text) { return read_ipv4(text, options.ipv4); });
+  app.add_option(
+         "--match", match,
+         "Show the sessions that meet all conditions, as in 'domain=example.net, method=mac'")
+      ->type_name("NAME=VALUE,...")
+      ->check([&](const std::string &text) { return read_conditions(text, options.match); });
+  app.add_flag("--attributes", options.attributes, "List the attributes with their numbers");
+  app.add_flag("--counts", options.counts, "Count the sessions in each index");
+  app.add_flag("--records", options.records, "Show every session in detail");
   app.add_flag("--quiet", options.quiet, "Print no summary of the replay");
   try {
     app.parse(argc, argv);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "conditions.h"
 #include "sessions/mac_address.h"
 
 namespace kivod {
@@ -17,6 +18,10 @@ struct Options {
   std::optional<std::string> session_id;  // 24 characters
   std::optional<MacAddress> mac;
   std::optional<uint32_t> ipv4;  // network order in memory
+  bool attributes = false;
+  bool counts = false;
+  bool records = false;
+  std::vector<AttrCondition> match;  // empty: not asked for
   bool quiet = false;
 };
 

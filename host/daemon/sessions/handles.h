@@ -51,7 +51,14 @@ class LabelSet {
 
   explicit operator bool() const noexcept { return list_ != nullptr; }
   [[nodiscard]] const kivo_index_list *get() const noexcept { return list_; }
+  // For operations that append to the set.
   [[nodiscard]] kivo_index_list **address() noexcept { return &list_; }
+  // For operations that hand out a set: this one takes its place.
+  [[nodiscard]] kivo_index_list **receive() noexcept {
+    kivo_index_list_free(list_);
+    list_ = nullptr;
+    return &list_;
+  }
 
  private:
   kivo_index_list *list_ = nullptr;

@@ -12,6 +12,7 @@
 #include "../host_trace.h"
 #include "handles.h"
 #include "kivo/attribute_read.h"
+#include "kivo/attribute_removal.h"
 #include "kivo/attribute_write.h"
 #include "kivo/records.h"
 #include "kivo/shadow_db.h"
@@ -60,8 +61,15 @@ bool outlives_updates(uint32_t type) {
          type == AAA_ATTR_ACCESS_SERVER_ADDRESS || type == AAA_ATTR_ACCESS_SERVER_ID;
 }
 
+// Removes one value of a type, and says so to whoever registered.
+void remove_value(kivo_db *db, attrdb_record *record, uint32_t type, Bytes value) {
+  check(kivo_remove_attr_from_record_by_type_and_value(
+            db, record, type, static_cast<uint32_t>(value.size()), value.data()),
+        "remove a value");
+}
+
 // Removes the addresses that the event does not name any more.
-void remove_stale_addresses(attrdb_record *record, const EventValues &values) {
+void remove_stale_addresses(kivo_db *db, attrdb_record *record, const EventValues &values) {
   constexpr size_t kSize = 16;
   const std::string stored(read(record, AAA_ATTR_IPV6_ADDRESSES));
   for (size_t i = 0; i + kSize <= stored.size(); i += kSize) {
@@ -69,44 +77,47 @@ void remove_stale_addresses(attrdb_record *record, const EventValues &values) {
     const bool named = std::ranges::any_of(values.all(), [&](const EventValue &value) {
       return value.type == AAA_ATTR_IPV6_ADDRESSES && value.bytes == address;
     });
-    if (!named) {
-      auth_mgr_idc_remove_attr_by_type_and_value(record->ctxt, AAA_ATTR_IPV6_ADDRESSES,
-                                                 address.data(), kSize);
-    }
+    if (!named) remove_value(db, record, AAA_ATTR_IPV6_ADDRESSES, address);
   }
 }
 
 // Removes the identities with a subtype beyond those that the event names.
-void remove_stale_identities(attrdb_record *record, uint32_t type, const EventValues &values) {
-  uint32_t index = 0;
-  if (kivo_check_is_shadow_attrib(type, &index) == 0) return;
-  shadowdb_rec *shadow = auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt);
+void remove_stale_identities(kivo_db *db, attrdb_record *record, uint32_t type, uint32_t index,
+                             const EventValues &values) {
+  const shadowdb_rec *shadow = auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt);
   if (shadow == nullptr) return;
   const auto n_named = static_cast<uint32_t>(std::ranges::count_if(
       values.all(), [&](const EventValue &value) { return value.type == type; }));
-  std::vector<uint16_t> stale;
+  std::vector<std::string> stale;
   for (const auto *entry = shadow->attr_lists[index]; entry != nullptr; entry = entry->next) {
-    if (entry->subtype > n_named) stale.push_back(entry->subtype);
+    if (entry->subtype > n_named) {
+      stale.emplace_back(reinterpret_cast<const char *>(entry->value), entry->length);
+    }
   }
-  for (const uint16_t subtype : stale) {
-    shadowdb_remove_attr(shadow, index, type, sizeof(subtype), &subtype);
-  }
+  for (const std::string &identity : stale) remove_value(db, record, type, identity);
 }
 
-// Takes away what the event does not name. A type stands in event_types() once for each attribute
-// that it can come from, and is harmless twice.
-void remove_stale_values(attrdb_record *record, const EventValues &values) {
+// Takes away what the event does not name.
+void remove_stale_values(kivo_db *db, attrdb_record *record, const EventValues &values) {
+  std::vector<uint32_t> stale;
   for (const uint32_t type : event_types()) {
     uint32_t index = 0;
     if (outlives_updates(type)) continue;
     if (type == AAA_ATTR_IPV6_ADDRESSES) {
-      remove_stale_addresses(record, values);
+      remove_stale_addresses(db, record, values);
     } else if (kivo_check_is_shadow_attrib(type, &index) != 0) {
-      remove_stale_identities(record, type, values);
+      remove_stale_identities(db, record, type, index, values);
     } else if (values.find(type) == nullptr) {
-      auth_mgr_idc_remove_attr_by_type(record->ctxt, type);
+      stale.push_back(type);
     }
   }
+  if (values.find(AAA_ATTR_INTERFACE_NAME) == nullptr && values.find(AAA_ATTR_PORT) == nullptr) {
+    stale.insert(stale.end(), {AAA_ATTR_INTERFACE_ID, AAA_ATTR_INTERFACE});
+  }
+  if (stale.empty()) return;
+  check(kivo_remove_attrs_by_type(db, record->label, record, stale.data(),
+                                  static_cast<uint32_t>(stale.size())),
+        "remove values");
 }
 
 // Access server and port as one text; empty when the event names no port.
@@ -230,13 +241,7 @@ bool SessionTable::write(const AccountingEvent &event, const EventValue &server,
       check(list.status(), "fill an attribute list") &&
       check(kivo_add_or_update_attr_list(db_, record->label, record, list.handle()),
             "write a session");
-  if (!is_new && written) {
-    remove_stale_values(record, event.values);
-    if (interface == 0) {
-      auth_mgr_idc_remove_attr_by_type(record->ctxt, AAA_ATTR_INTERFACE_ID);
-      auth_mgr_idc_remove_attr_by_type(record->ctxt, AAA_ATTR_INTERFACE);
-    }
-  }
+  if (!is_new && written) remove_stale_values(db_, record, event.values);
   // The session is counted in on both; its record names one of them.
   interfaces_.leave(interface_of(record) == interface ? old_interface : interface);
   return written;

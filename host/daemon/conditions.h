@@ -1,0 +1,22 @@
+// Conditions on sessions as operators write them: "domain=example.net, method=radius". A name is an
+// attribute name of the dictionary, a value is written as its kind is.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kivod {
+
+struct AttrCondition {
+  uint32_t type;
+  std::string bytes;  // in the encoding of the type
+};
+
+// Reads conditions separated by commas. Blanks around names and values do not count; a value in
+// double quotes may hold commas and blanks. Nothing and one line in `error` when they cannot be
+// read.
+std::vector<AttrCondition> parse_conditions(std::string_view text, std::string &error);
+
+}  // namespace kivod
