@@ -112,21 +112,24 @@ uint32_t copy_config(kivo_db &db, const CreateRequest &request) noexcept {
   return PLATFORM_OK;
 }
 
-// The source may be the field itself.
-void copy_name(char (&field)[KIVO_NAME_SIZE], const char *name) noexcept {
-  char copy[KIVO_NAME_SIZE] = {};
-  if (name != nullptr) std::memcpy(copy, name, strnlen(name, KIVO_NAME_SIZE - 1));
-  std::memcpy(field, copy, sizeof(field));
-}
+struct Name {
+  explicit Name(const char *source) noexcept {
+    if (source != nullptr) std::memcpy(text, source, strnlen(source, KIVO_NAME_SIZE - 1));
+  }
+  char text[KIVO_NAME_SIZE] = {};
+};
 
+// The names may be those of the entry itself: both are read before one is written.
 void claim_entry(kivo_db &db, const CreateRequest &request) noexcept {
+  const Name owner_name(request.owner_name);
+  const Name db_name(request.db_name);
   db.reserved64 = 0;
   db.client = *request.client;
   db.slot_index = static_cast<uint32_t>(&db - client_info);
   db.reserved32 = 0;
   db.client_id = db.client.client_id;
-  copy_name(db.owner_name, request.owner_name);
-  copy_name(db.db_name, request.db_name);
+  std::memcpy(db.owner_name, owner_name.text, KIVO_NAME_SIZE);
+  std::memcpy(db.db_name, db_name.text, KIVO_NAME_SIZE);
 }
 
 // Everything past the argument checks. On success *result is the handle.

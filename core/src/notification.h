@@ -12,8 +12,7 @@
 // size    of the value, 1 to 255 bytes.
 // value   as the writer was given it; named in traces.
 // bytes   the same value where it can be read now: the write may have moved it. Read before the
-// first
-//         callback runs and not afterwards.
+//         first callback runs and not afterwards.
 // label   as the writer names the record.
 // action  0, 1 or 2.
 // Returns 0; KIVO_ERR_INVALID_ARG for a null handle, a size outside 1..255, a null value, type 0.
