@@ -24,7 +24,7 @@ void print_summary(const ReplayCounts &counts) {
   const ChangeCounts changes = announced_changes();
   std::printf("Replayed %" PRIu64 " records of %" PRIu64 " files\n", counts.records, counts.files);
   std::printf("  sessions started %" PRIu64 ", updated %" PRIu64 ", stopped %" PRIu64
-              ", access servers restarted %" PRIu64 "\n",
+              ", accounting-on and -off %" PRIu64 "\n",
               of(Outcome::kStarted), of(Outcome::kUpdated), of(Outcome::kStopped),
               of(Outcome::kServerEnded));
   std::printf("  stops of unknown sessions %" PRIu64 ", incomplete %" PRIu64 ", other %" PRIu64

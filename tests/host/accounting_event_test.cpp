@@ -188,19 +188,24 @@ TEST_F(AccountingEventOfARecord, GoesByTheFirstStatusAndTimeAsByTheFirstOfOtherV
 }
 
 TEST_F(AccountingEventOfARecord, KnowsTheAccessServerByAddressElseByIdentifier) {
+  const auto key = [this](const char *lines) { return events_.read(lines).server_key(); };
+  const std::string ipv4 = key("NAS-IP-Address = 192.0.2.65");
+  const std::string ipv6 = key("NAS-IPv6-Address = 2001:db8::1");
   const struct {
     const char *lines;
-    uint32_t type;
-  } table[] = {
-      {"NAS-Identifier = a\nNAS-IP-Address = 192.0.2.1", AAA_ATTR_ACCESS_SERVER_ADDRESS},
-      {"NAS-Identifier = a\nNAS-IPv6-Address = 2001:db8::1", AAA_ATTR_ACCESS_SERVER_ADDRESS},
-      {"NAS-Identifier = a", AAA_ATTR_ACCESS_SERVER_ID},
-      {"User-Name = a", 0},
+    std::string key;
+  } same[] = {
+      {"NAS-Identifier = a\nNAS-IP-Address = 192.0.2.65", ipv4},
+      {"NAS-IPv6-Address = 2001:db8::1\nNAS-IP-Address = 192.0.2.65", ipv4},
+      {"NAS-IP-Address = 192.0.2.65\nNAS-IP-Address = 192.0.2.66", ipv4},
+      {"NAS-Identifier = a\nNAS-IPv6-Address = 2001:db8::1", ipv6},
+      {"User-Name = a", ""},
   };
-  for (const auto &row : table) {
-    const kivod::EventValue *server = events_.read(row.lines).access_server();
-    EXPECT_EQ(row.type, server == nullptr ? 0 : server->type) << row.lines;
-  }
+  for (const auto &row : same) EXPECT_EQ(row.key, key(row.lines)) << row.lines;
+  EXPECT_NE(ipv4, ipv6);
+  EXPECT_NE(key("NAS-Identifier = a"), key("NAS-Identifier = b"));
+  // An identifier of the same bytes as the address 65.66.67.68.
+  EXPECT_NE(key("NAS-Identifier = ABCD"), key("NAS-IP-Address = 65.66.67.68"));
 }
 
 TEST_F(AccountingEventOfARecord, KeepsNothingOfTheEventBefore) {

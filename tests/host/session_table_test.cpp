@@ -223,13 +223,13 @@ TEST_F(Sessions, EndWithTheirStopOnce) {
 
 TEST_F(Sessions, OfTwoAccessServersNeverMix) {
   const std::string servers[] = {
+      "\nNAS-Identifier = a",  // ended while others have the same identifier beside an address
       "\nNAS-IP-Address = 192.0.2.11",
       "\nNAS-IP-Address = 192.0.2.12\nNAS-Identifier = a",
       "\nNAS-IPv6-Address = 2001:db8::c000:20b",
       "\nNAS-IPv6-Address = 2001:db8::1\nNAS-Identifier = a",
-      "\nNAS-Identifier = a",
       "\nNAS-Identifier = b",
-      "\nNAS-Identifier = \"\\300\\000\\002\\013\"",  // the bytes of the first one's address
+      "\nNAS-Identifier = \"\\300\\000\\002\\013\"",  // the bytes of 192.0.2.11
   };
   for (const char *restart : {"Accounting-On", "Accounting-Off"}) {
     kivo_test::reset_process();
@@ -284,18 +284,20 @@ TEST_F(Sessions, ShareAnInterfaceWhenTheyShareServerAndPort) {
   apply(start("3") + kOther + port);
   apply(start("4") + kServer + "\nNAS-Port = 1");
   apply(start("5") + kServer);
+  apply(start("6") + kServer + "\nNAS-Port-Id = \"\\001\\000\\000\\000\"");  // the bytes of port 1
   const std::string shared = interface("1");
   EXPECT_EQ(4u, shared.size());
   EXPECT_EQ((Labels{1, 2}), having(AAA_ATTR_INTERFACE_ID, shared));
   EXPECT_EQ(Labels{3}, having(AAA_ATTR_INTERFACE_ID, interface("3")));
   EXPECT_EQ(Labels{4}, having(AAA_ATTR_INTERFACE_ID, interface("4")));
   EXPECT_EQ("", interface("5"));
+  EXPECT_EQ(Labels{6}, having(AAA_ATTR_INTERFACE_ID, interface("6")));
 
   // The number stays with the port as long as anybody is on it, and nobody else gets it.
   apply(stop("1") + kServer);
   apply(interim("2") + kServer + port);
-  apply(start("6") + kServer + port);
-  EXPECT_EQ((Labels{2, 6}), having(AAA_ATTR_INTERFACE_ID, shared));
+  apply(start("7") + kServer + port);
+  EXPECT_EQ((Labels{2, 7}), having(AAA_ATTR_INTERFACE_ID, shared));
 }
 
 TEST_F(Sessions, GetLabelsThatNobodyHas) {
@@ -316,13 +318,25 @@ TEST_F(Sessions, AreFoundAgainOrNotThereWhicheverWriteFails) {
     const Outcome outcome = apply(start("1") + lines);
     if (writes_until_failure != 0) break;
     EXPECT_EQ(Outcome::kFailed, outcome) << failures;
-    EXPECT_EQ(having(AAA_ATTR_SESSION_ID, "1").size(), attrdb_get_total_sessions()) << failures;
     EXPECT_NE(Outcome::kFailed, apply(interim("1") + lines)) << failures;
     EXPECT_EQ(Outcome::kStopped, apply(stop("1") + kServer)) << failures;
     EXPECT_EQ(0u, attrdb_get_total_sessions()) << failures;
   }
   writes_until_failure = 0;
-  EXPECT_EQ(10, failures);  // four named, their domain, and five that the daemon adds
+  EXPECT_EQ(12, failures);  // four named, their domain, and seven that the daemon adds
+}
+
+// Servers that count their sessions use the same ids: each has its own session under one.
+TEST_F(Sessions, OfManyServersWithOneIdAreToldApart) {
+  const auto server = [](int i) { return "\nNAS-IP-Address = 198.51.100." + std::to_string(i); };
+  for (int i = 1; i <= 200; ++i)
+    EXPECT_EQ(Outcome::kStarted, apply(start("1") + server(i) + kTime));
+  for (int i = 1; i <= 200; ++i) {
+    EXPECT_EQ(Outcome::kUpdated, apply(interim("1") + server(i) + kTime)) << i;
+  }
+  EXPECT_EQ(Outcome::kStopped, apply(stop("1") + server(7)));
+  EXPECT_EQ(Outcome::kUnknown, apply(stop("1") + server(7)));
+  EXPECT_EQ(199u, attrdb_get_total_sessions());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cstdio>
 #include <cstring>
 
@@ -114,12 +115,18 @@ bool as_octets(const AccountingPair &pair, Bytes &out) {
   return true;
 }
 
+// What a value does to one that its type has already. Of an attribute that is repeated within a
+// record the first counts, unless every one does.
 enum class Repeat : uint8_t {
-  kFirst,     // the first value stays
-  kReplace,   // takes the place of what came before
+  kYield,     // to a value from another attribute
+  kReplace,   // a value from another attribute
   kAppend,    // every value counts
   kIdentity,  // every value counts, each under a subtype of its own
 };
+
+bool every_one_counts(Repeat repeat) {
+  return repeat == Repeat::kAppend || repeat == Repeat::kIdentity;
+}
 
 struct Mapping {
   AttributeId radius;
@@ -131,23 +138,23 @@ struct Mapping {
 // clang-format off
 constexpr Mapping kMappings[] = {
     // RADIUS attribute             AAA type                        how                   repeated
-    {attribute::kUserName,          AAA_ATTR_USER_NAME,             as_text,              Repeat::kFirst},
-    {attribute::kUserName,          AAA_ATTR_DOMAIN,                as_realm,             Repeat::kFirst},
-    {attribute::kCallingStationId,  AAA_ATTR_MAC_ADDRESS,           as_mac,               Repeat::kFirst},
-    {attribute::kCallingStationId,  AAA_ATTR_CALLING_STATION,       as_text,              Repeat::kFirst},
-    {attribute::kCalledStationId,   AAA_ATTR_CALLED_STATION,        as_text,              Repeat::kFirst},
-    {attribute::kFramedIpAddress,   AAA_ATTR_IPV4_ADDRESS,          as_ipv4,              Repeat::kFirst},
+    {attribute::kUserName,          AAA_ATTR_USER_NAME,             as_text,              Repeat::kYield},
+    {attribute::kUserName,          AAA_ATTR_DOMAIN,                as_realm,             Repeat::kYield},
+    {attribute::kCallingStationId,  AAA_ATTR_MAC_ADDRESS,           as_mac,               Repeat::kYield},
+    {attribute::kCallingStationId,  AAA_ATTR_CALLING_STATION,       as_text,              Repeat::kYield},
+    {attribute::kCalledStationId,   AAA_ATTR_CALLED_STATION,        as_text,              Repeat::kYield},
+    {attribute::kFramedIpAddress,   AAA_ATTR_IPV4_ADDRESS,          as_ipv4,              Repeat::kYield},
     {attribute::kFramedIpv6Address, AAA_ATTR_IPV6_ADDRESSES,        as_ipv6,              Repeat::kAppend},
-    {attribute::kFramedIpv6Prefix,  AAA_ATTR_IPV6_PREFIX,           as_prefix_text,       Repeat::kFirst},
+    {attribute::kFramedIpv6Prefix,  AAA_ATTR_IPV6_PREFIX,           as_prefix_text,       Repeat::kYield},
     {attribute::kNasIpAddress,      AAA_ATTR_ACCESS_SERVER_ADDRESS, as_ipv4,              Repeat::kReplace},
-    {attribute::kNasIpv6Address,    AAA_ATTR_ACCESS_SERVER_ADDRESS, as_ipv6,              Repeat::kFirst},
-    {attribute::kNasIdentifier,     AAA_ATTR_ACCESS_SERVER_ID,      as_text,              Repeat::kFirst},
-    {attribute::kNasPort,           AAA_ATTR_PORT,                  as_uint32,            Repeat::kFirst},
-    {attribute::kNasPortType,       AAA_ATTR_PORT_TYPE,             as_uint32,            Repeat::kFirst},
-    {attribute::kNasPortId,         AAA_ATTR_INTERFACE_NAME,        as_text,              Repeat::kFirst},
-    {attribute::kAcctSessionId,     AAA_ATTR_SESSION_ID,            as_text,              Repeat::kFirst},
-    {attribute::kAcctMultiSessionId, AAA_ATTR_AUDIT_SESSION_ID,     as_audit_session_id,  Repeat::kFirst},
-    {attribute::kAcctAuthentic,     AAA_ATTR_METHOD,                as_method,            Repeat::kFirst},
+    {attribute::kNasIpv6Address,    AAA_ATTR_ACCESS_SERVER_ADDRESS, as_ipv6,              Repeat::kYield},
+    {attribute::kNasIdentifier,     AAA_ATTR_ACCESS_SERVER_ID,      as_text,              Repeat::kYield},
+    {attribute::kNasPort,           AAA_ATTR_PORT,                  as_uint32,            Repeat::kYield},
+    {attribute::kNasPortType,       AAA_ATTR_PORT_TYPE,             as_uint32,            Repeat::kYield},
+    {attribute::kNasPortId,         AAA_ATTR_INTERFACE_NAME,        as_text,              Repeat::kYield},
+    {attribute::kAcctSessionId,     AAA_ATTR_SESSION_ID,            as_text,              Repeat::kYield},
+    {attribute::kAcctMultiSessionId, AAA_ATTR_AUDIT_SESSION_ID,     as_audit_session_id,  Repeat::kYield},
+    {attribute::kAcctAuthentic,     AAA_ATTR_METHOD,                as_method,            Repeat::kYield},
     {attribute::kServiceType,       AAA_ATTR_METHOD,                as_call_check_method, Repeat::kReplace},
     {attribute::kClass,             AAA_ATTR_EXT_CLASS,             as_octets,            Repeat::kIdentity},
 };
@@ -184,7 +191,7 @@ void append_identity(EventValues &values, uint32_t type, std::string_view bytes)
 
 void file_value(EventValues &values, const Mapping &mapping, std::string_view bytes) {
   switch (mapping.repeat) {
-    case Repeat::kFirst:
+    case Repeat::kYield:
       if (values.find(mapping.aaa_type) == nullptr) values.append(mapping.aaa_type, bytes);
       break;
     case Repeat::kReplace:
@@ -199,15 +206,20 @@ void file_value(EventValues &values, const Mapping &mapping, std::string_view by
   }
 }
 
-void file_pair(const AccountingPair &pair, AccountingEvent &event, Bytes &scratch) {
+// The attributes that the record in hand has shown, by their place in the table.
+using Seen = std::bitset<std::size(kMappings)>;
+
+void file_pair(const AccountingPair &pair, AccountingEvent &event, Seen &seen, Bytes &scratch) {
   const AttributeId id = pair.id();
   for (const Fact &fact : kFacts) {
-    if (fact.radius == id && !(event.*fact.member)) event.*fact.member = pair.integer();
+    std::optional<uint64_t> &value = event.*fact.member;
+    if (fact.radius == id && !value) value = pair.integer();
   }
-  for (const Mapping &mapping : kMappings) {
-    if (mapping.radius == id && mapping.convert(pair, scratch)) {
-      file_value(event.values, mapping, scratch);
-    }
+  for (size_t i = 0; i < std::size(kMappings); ++i) {
+    const Mapping &mapping = kMappings[i];
+    if (mapping.radius != id || (seen[i] && !every_one_counts(mapping.repeat))) continue;
+    if (!pair.bytes().empty()) seen.set(i);
+    if (mapping.convert(pair, scratch)) file_value(event.values, mapping, scratch);
   }
 }
 
@@ -249,9 +261,12 @@ uint64_t AccountingEvent::time() const noexcept {
   return logged - std::min(logged, delay_s.value_or(0));
 }
 
-const EventValue *AccountingEvent::access_server() const noexcept {
-  const EventValue *address = values.find(AAA_ATTR_ACCESS_SERVER_ADDRESS);
-  return address != nullptr ? address : values.find(AAA_ATTR_ACCESS_SERVER_ID);
+std::string AccountingEvent::server_key() const {
+  for (const uint32_t type : {AAA_ATTR_ACCESS_SERVER_ADDRESS, AAA_ATTR_ACCESS_SERVER_ID}) {
+    const EventValue *value = values.find(type);
+    if (value != nullptr) return static_cast<char>(type) + value->bytes;
+  }
+  return {};
 }
 
 void read_event(const DetailRecord &record, PairDecoder &decoder, AccountingEvent &event,
@@ -259,6 +274,7 @@ void read_event(const DetailRecord &record, PairDecoder &decoder, AccountingEven
                 const std::function<void(uint64_t line, const char *why)> &on_bad) {
   event.clear();
   Bytes scratch;
+  Seen seen;
   for (const DetailPair &written : record.pairs) {
     AccountingPair pair;
     switch (decoder.decode(written.name, written.value, pair)) {
@@ -277,7 +293,7 @@ void read_event(const DetailRecord &record, PairDecoder &decoder, AccountingEven
       on_bad(written.line, "the value is longer than a RADIUS attribute can be");
       continue;
     }
-    file_pair(pair, event, scratch);
+    file_pair(pair, event, seen, scratch);
   }
 }
 

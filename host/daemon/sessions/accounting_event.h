@@ -59,8 +59,9 @@ struct AccountingEvent {
   // When it happened at the access server: its own time, else when it was logged less the delay.
   [[nodiscard]] uint64_t time() const noexcept;
 
-  // The value that identifies the access server: its IPv4 or IPv6 address, else its identifier.
-  [[nodiscard]] const EventValue *access_server() const noexcept;
+  // What identifies the access server: its IPv4 or IPv6 address, else its identifier, marked so
+  // that the two are not taken for each other. Empty when the event names none.
+  [[nodiscard]] std::string server_key() const;
 };
 
 // What became of a record's pairs.

@@ -2,6 +2,7 @@
 // record listings show no more.
 #include "session_database.h"
 
+#include <algorithm>
 #include <array>
 
 #include "../host_trace.h"
@@ -45,6 +46,9 @@ constexpr kivo_attr_config kRows[] = {
 // clang-format on
 static_assert(std::size(kRows) <= 21, "replies have room for 21 attributes");
 
+// What sessions are found by and nobody is shown.
+constexpr uint32_t kHiddenIndexes[] = {AAA_ATTR_SESSION_KEY, AAA_ATTR_ACCESS_SERVER_KEY};
+
 // One kind of change that the daemon counts. The library links handles through their first word.
 struct Watch {
   platform_queue_link link;
@@ -72,17 +76,19 @@ const char *name_of_watch(kivo_db *, uint32_t, void *handle) {
   return static_cast<const Watch *>(handle)->name;
 }
 
+bool declare_index(uint32_t type) {
+  const uint32_t status = attrdb_declare_index(type);
+  if (status == PLATFORM_OK) return true;
+  host_trace(HostLevel::kError, HostMessage::kNoIndex, "no index of %s: %s",
+             aaa_dict_get_attr_name(type), error_text(status));
+  return false;
+}
+
 bool declare_indexes() {
   for (const kivo_attr_config &row : kRows) {
-    if (row.index_kind == KIVO_INDEX_KIND_NONE) continue;
-    const uint32_t status = attrdb_declare_index(row.aaa_type);
-    if (status != PLATFORM_OK) {
-      host_trace(HostLevel::kError, HostMessage::kNoIndex, "no index of %s: %s",
-                 aaa_dict_get_attr_name(row.aaa_type), error_text(status));
-      return false;
-    }
+    if (row.index_kind != KIVO_INDEX_KIND_NONE && !declare_index(row.aaa_type)) return false;
   }
-  return true;
+  return std::ranges::all_of(kHiddenIndexes, declare_index);
 }
 
 bool register_watches(kivo_db *db) {

@@ -23,9 +23,15 @@ namespace {
 
 using Bytes = std::string_view;
 
+// What fails once in the library may fail for every event that follows.
+constexpr uint64_t kFailuresInFull = 20;
+RateLimit failure_reports(kFailuresInFull);
+
 bool check(uint32_t status, const char *step) {
   if (status == PLATFORM_OK) return true;
-  host_trace(HostLevel::kError, HostMessage::kSessionFailed, "%s: %s", step, error_text(status));
+  if (failure_reports.allows()) {
+    host_trace(HostLevel::kError, HostMessage::kSessionFailed, "%s: %s", step, error_text(status));
+  }
   return false;
 }
 
@@ -45,14 +51,6 @@ uint32_t interface_of(const attrdb_record *record) {
   const Bytes stored = read(record, AAA_ATTR_INTERFACE_ID);
   if (stored.size() == sizeof(id)) std::memcpy(&id, stored.data(), sizeof(id));
   return id;
-}
-
-// Whether the session is the access server's. A server known by its identifier alone must not be
-// taken for one that has an address and the same identifier.
-bool is_on_server(const attrdb_record *record, const EventValue &server) {
-  if (read(record, server.type) != server.bytes) return false;
-  return server.type == AAA_ATTR_ACCESS_SERVER_ADDRESS ||
-         read(record, AAA_ATTR_ACCESS_SERVER_ADDRESS).empty();
 }
 
 // What the daemon itself made or what identifies the session: an update does not take it away.
@@ -120,21 +118,24 @@ void remove_stale_values(kivo_db *db, attrdb_record *record, const EventValues &
         "remove values");
 }
 
-// Access server and port as one text; empty when the event names no port.
-std::string interface_key(const EventValue &server, const EventValues &values) {
+// Two keys as one that no other two make: the first one's length stands in front.
+std::string join_keys(const std::string &first, std::string_view second) {
+  return std::to_string(first.size()) + ':' + first + std::string(second);
+}
+
+// Access server and port; empty when the event names no port.
+std::string interface_key(const std::string &server, const EventValues &values) {
   const EventValue *port = values.find(AAA_ATTR_INTERFACE_NAME);
   if (port == nullptr) port = values.find(AAA_ATTR_PORT);
   if (port == nullptr) return {};
-  // The server's length keeps two pairs apart whose bytes join alike.
-  return std::to_string(server.type) + ':' + std::to_string(server.bytes.size()) + ':' +
-         server.bytes + std::to_string(port->type) + ':' + port->bytes;
+  return join_keys(server, static_cast<char>(port->type) + port->bytes);
 }
 
 // 24 characters: the server's last four address bytes, a counter and the time, in hexadecimal.
-std::array<char, 25> make_audit_session_id(const EventValue &server, uint64_t counter,
+std::array<char, 25> make_audit_session_id(const std::string &server, uint64_t counter,
                                            uint64_t time) {
   uint32_t tail = 0;
-  for (const char c : server.bytes) tail = tail << 8 | static_cast<uint8_t>(c);
+  for (const char c : server) tail = tail << 8 | static_cast<uint8_t>(c);
   std::array<char, 25> id{};
   std::snprintf(id.data(), id.size(), "%08" PRIX32 "%08" PRIX32 "%08" PRIX32, tail,
                 static_cast<uint32_t>(counter), static_cast<uint32_t>(time));
@@ -144,42 +145,32 @@ std::array<char, 25> make_audit_session_id(const EventValue &server, uint64_t co
 }  // namespace
 
 Outcome SessionTable::apply(const AccountingEvent &event) {
-  const EventValue *server = event.access_server();
-  if (!event.status || server == nullptr) return Outcome::kIncomplete;
+  Identity identity{event.server_key(), {}};
+  if (!event.status || identity.server.empty()) return Outcome::kIncomplete;
   const auto status = static_cast<AcctStatus>(*event.status);
   if (status == AcctStatus::kAccountingOn || status == AcctStatus::kAccountingOff) {
-    return end_server(*server);
+    return end_server(identity);
   }
+  const bool is_update = status == AcctStatus::kStart || status == AcctStatus::kInterimUpdate;
+  if (!is_update && status != AcctStatus::kStop) return Outcome::kIgnored;
   const EventValue *session_id = event.values.find(AAA_ATTR_SESSION_ID);
-  switch (status) {
-    case AcctStatus::kStart:
-    case AcctStatus::kInterimUpdate:
-      return session_id != nullptr ? start_or_update(event, *server, *session_id)
-                                   : Outcome::kIncomplete;
-    case AcctStatus::kStop:
-      return session_id != nullptr ? stop(*server, *session_id) : Outcome::kIncomplete;
-    default:
-      return Outcome::kIgnored;
-  }
+  if (session_id == nullptr) return Outcome::kIncomplete;
+  identity.session = join_keys(identity.server, session_id->bytes);
+  return is_update ? start_or_update(event, identity) : stop(identity);
 }
 
-std::optional<attrdb_record *> SessionTable::find(const EventValue &server,
-                                                  const EventValue &session_id) {
-  LabelSet labels;
-  uint32_t count = 0;
-  if (!labels || !check(kivo_match_labels_by_attr(db_, AAA_ATTR_SESSION_ID, session_id.bytes.data(),
-                                                  static_cast<uint32_t>(session_id.bytes.size()),
-                                                  labels.address(), &count),
-                        "look up a session")) {
+std::optional<attrdb_record *> SessionTable::find(const Identity &identity) {
+  uint32_t label = 0;
+  attrdb_record *record = nullptr;
+  if (!check(kivo_match_label_by_attr(db_, AAA_ATTR_SESSION_KEY, identity.session.data(),
+                                      static_cast<uint32_t>(identity.session.size()), &label),
+             "look up a session")) {
     return std::nullopt;
   }
-  uint32_t cursor = 0;
-  while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {
-    attrdb_record *record = nullptr;
-    if (!check(kivo_get_record(db_, label, &record), "fetch a session")) return std::nullopt;
-    if (record != nullptr && is_on_server(record, server)) return record;
+  if (label != 0 && !check(kivo_get_record(db_, label, &record), "fetch a session")) {
+    return std::nullopt;
   }
-  return nullptr;
+  return record;
 }
 
 uint32_t SessionTable::unused_label() {
@@ -192,12 +183,11 @@ uint32_t SessionTable::unused_label() {
   }
 }
 
-Outcome SessionTable::start_or_update(const AccountingEvent &event, const EventValue &server,
-                                      const EventValue &session_id) {
-  const auto known = find(server, session_id);
+Outcome SessionTable::start_or_update(const AccountingEvent &event, const Identity &identity) {
+  const auto known = find(identity);
   if (!known) return Outcome::kFailed;
   if (*known != nullptr) {
-    return write(event, server, *known, false) ? Outcome::kUpdated : Outcome::kFailed;
+    return write(event, identity, *known, false) ? Outcome::kUpdated : Outcome::kFailed;
   }
   attrdb_record *record = nullptr;
   const uint32_t label = unused_label();
@@ -205,33 +195,37 @@ Outcome SessionTable::start_or_update(const AccountingEvent &event, const EventV
       !check(kivo_get_record(db_, label, &record), "fetch a new session")) {
     return Outcome::kFailed;
   }
-  if (write(event, server, record, true)) return Outcome::kStarted;
-  // Without its identity nothing would ever find the session again.
-  if (read(record, AAA_ATTR_SESSION_ID).empty() || !is_on_server(record, server)) {
+  if (write(event, identity, record, true)) return Outcome::kStarted;
+  // Without its keys nothing would ever find the session again.
+  if (read(record, AAA_ATTR_SESSION_KEY) != identity.session ||
+      read(record, AAA_ATTR_ACCESS_SERVER_KEY) != identity.server) {
     remove_session(record);
   }
   return Outcome::kFailed;
 }
 
-bool SessionTable::write(const AccountingEvent &event, const EventValue &server,
+bool SessionTable::write(const AccountingEvent &event, const Identity &identity,
                          attrdb_record *record, bool is_new) {
   AttrList list;
   if (!list) return check(list.status(), "make an attribute list");
-  for (const EventValue &value : event.values.all()) list.add(value.type, value.bytes);
-
   const uint64_t now = event.time();
-  list.add_word(AAA_ATTR_UPDATE_TIME, now);
   if (is_new) {
+    list.add(AAA_ATTR_SESSION_KEY, identity.session);
+    list.add(AAA_ATTR_ACCESS_SERVER_KEY, identity.server);
     list.add_word(AAA_ATTR_START_TIME, now - std::min(now, event.session_time_s.value_or(0)));
   }
+  for (const EventValue &value : event.values.all()) list.add(value.type, value.bytes);
+  list.add_word(AAA_ATTR_UPDATE_TIME, now);
   if (event.values.find(AAA_ATTR_AUDIT_SESSION_ID) == nullptr &&
       read(record, AAA_ATTR_AUDIT_SESSION_ID).empty()) {
     list.add(AAA_ATTR_AUDIT_SESSION_ID,
-             make_audit_session_id(server, ++last_audit_id_, now).data());
+             make_audit_session_id(identity.server, ++last_audit_id_, now).data());
   }
-
   const uint32_t old_interface = interface_of(record);
-  const std::string key = interface_key(server, event.values);
+  // First what goes: a session of many addresses has no room for as many others beside them.
+  if (!is_new) remove_stale_values(db_, record, event.values);
+
+  const std::string key = interface_key(identity.server, event.values);
   const uint32_t interface = key.empty() ? 0 : interfaces_.enter(key);
   if (interface != 0) {
     list.add_word(AAA_ATTR_INTERFACE_ID, interface);
@@ -241,7 +235,6 @@ bool SessionTable::write(const AccountingEvent &event, const EventValue &server,
       check(list.status(), "fill an attribute list") &&
       check(kivo_add_or_update_attr_list(db_, record->label, record, list.handle()),
             "write a session");
-  if (!is_new && written) remove_stale_values(db_, record, event.values);
   // The session is counted in on both; its record names one of them.
   interfaces_.leave(interface_of(record) == interface ? old_interface : interface);
   return written;
@@ -253,28 +246,29 @@ void SessionTable::remove_session(attrdb_record *record) {
     interfaces_.leave(interface);
 }
 
-Outcome SessionTable::stop(const EventValue &server, const EventValue &session_id) {
-  const auto known = find(server, session_id);
+Outcome SessionTable::stop(const Identity &identity) {
+  const auto known = find(identity);
   if (!known) return Outcome::kFailed;
   if (*known == nullptr) return Outcome::kUnknown;
   remove_session(*known);
   return Outcome::kStopped;
 }
 
-Outcome SessionTable::end_server(const EventValue &server) {
+Outcome SessionTable::end_server(const Identity &identity) {
   LabelSet labels;
   uint32_t count = 0;
-  if (!labels || !check(kivo_match_labels_by_attr(db_, server.type, server.bytes.data(),
-                                                  static_cast<uint32_t>(server.bytes.size()),
-                                                  labels.address(), &count),
-                        "look up an access server's sessions")) {
+  if (!labels ||
+      !check(kivo_match_labels_by_attr(db_, AAA_ATTR_ACCESS_SERVER_KEY, identity.server.data(),
+                                       static_cast<uint32_t>(identity.server.size()),
+                                       labels.address(), &count),
+             "look up an access server's sessions")) {
     return Outcome::kFailed;
   }
   uint32_t cursor = 0;
   while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {
     attrdb_record *record = nullptr;
     if (!check(kivo_get_record(db_, label, &record), "fetch a session")) return Outcome::kFailed;
-    if (record != nullptr && is_on_server(record, server)) remove_session(record);
+    if (record != nullptr) remove_session(record);
   }
   return Outcome::kServerEnded;
 }

@@ -1,11 +1,13 @@
 // Applies accounting events to the database: sessions begin, change and end. Keeps no table of its
-// own: a session is found by its identity (access server and Acct-Session-Id) through the library.
-// Invariant: a record of the database has its session id and its access server, for good.
-// Threads: none.
+// own: a session is found by its identity (access server and Acct-Session-Id) through the library,
+// by one indexed attribute that holds both, since servers that count their sessions use the same
+// ids. Invariant: a record of the database has its session key and its access server's key, for
+// good. Threads: none.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "accounting_event.h"
 #include "interface_table.h"
@@ -36,13 +38,18 @@ class SessionTable {
   Outcome apply(const AccountingEvent &event);
 
  private:
-  // The identity's record: null without one, nothing at all when the library failed.
-  std::optional<attrdb_record *> find(const EventValue &server, const EventValue &session_id);
-  Outcome start_or_update(const AccountingEvent &event, const EventValue &server,
-                          const EventValue &session_id);
-  Outcome stop(const EventValue &server, const EventValue &session_id);
-  Outcome end_server(const EventValue &server);
-  bool write(const AccountingEvent &event, const EventValue &server, attrdb_record *record,
+  // The keys of an event's session, as they are stored.
+  struct Identity {
+    std::string server;
+    std::string session;
+  };
+
+  // The record of a session: null without one, nothing at all when the library failed.
+  std::optional<attrdb_record *> find(const Identity &identity);
+  Outcome start_or_update(const AccountingEvent &event, const Identity &identity);
+  Outcome stop(const Identity &identity);
+  Outcome end_server(const Identity &identity);
+  bool write(const AccountingEvent &event, const Identity &identity, attrdb_record *record,
              bool is_new);
   void remove_session(attrdb_record *record);
   uint32_t unused_label();

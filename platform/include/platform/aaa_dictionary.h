@@ -47,6 +47,8 @@
   X(AAA_ATTR_OCTETS_OUT,                  19,     "octets-out",           AAA_KIND_INT64)     /* Acct-Output-Octets with its gigawords */ \
   X(AAA_ATTR_PACKETS_IN,                  20,     "packets-in",           AAA_KIND_INT32)     /* Acct-Input-Packets */ \
   X(AAA_ATTR_PACKETS_OUT,                 21,     "packets-out",          AAA_KIND_INT32)     /* Acct-Output-Packets */ \
+  X(AAA_ATTR_SESSION_KEY,                 22,     "session-key",          AAA_KIND_VAR_BIN)   /* access server and Acct-Session-Id as one */ \
+  X(AAA_ATTR_ACCESS_SERVER_KEY,           23,     "server-key",           AAA_KIND_VAR_BIN)   /* what identifies the access server */ \
   X(AAA_ATTR_MAC_ADDRESS,                 42,     "mac-address",          AAA_KIND_MAC)       /* Calling-Station-Id, where it is one */ \
   X(AAA_ATTR_INTERFACE_ID,                220,    "interface-id",         AAA_KIND_INT32)     /* number of the interface in this process */ \
   X(AAA_ATTR_INTERFACE,                   221,    "interface",            AAA_KIND_INT32)     /* the same as decimal text */ \
