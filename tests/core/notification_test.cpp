@@ -8,6 +8,7 @@
 #include <functional>
 #include <utility>
 
+#include "kivo/attribute_removal.h"
 #include "kivo/attribute_write.h"
 #include "kivo/records.h"
 #include "platform/named_alloc.h"
@@ -232,14 +233,15 @@ TEST_F(OldValue, HoldsAtMost255Bytes) {
 }
 
 TEST_F(Dispatch, ReachesRegistrationsByTheirActions) {
-  // Of a write that changes the record, then of one that changes nothing.
-  constexpr const char *kReceived[] = {"", "1", "", "1", "10", "10", "10", "10"};
+  // Of a write that changes the record, one that changes nothing, and a removal.
+  constexpr const char *kReceived[] = {"", "1", "2", "12", "102", "102", "102", "102"};
   for (uint32_t actions = 0; actions < std::size(kReceived); ++actions) {
     create_anew();
     g_changes.clear();
     ASSERT_EQ(0u, listen(kUser, actions, &handles_[0]));
-    EXPECT_EQ(0u, write(kUser, "user" + std::to_string(actions)));
-    EXPECT_EQ(0u, write(kUser, "user" + std::to_string(actions)));
+    EXPECT_EQ(0u, write(kUser, "eve"));
+    EXPECT_EQ(0u, write(kUser, "eve"));
+    EXPECT_EQ(0u, kivo_remove_attr_from_record_by_type(db_, kivo_test::find_record(kLabel), kUser));
     std::string received;
     for (const Change &change : g_changes) received += std::to_string(change.action);
     EXPECT_EQ(kReceived[actions], received) << "registered for " << actions;

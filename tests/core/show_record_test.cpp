@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kivo/kivo.h"
+#include "platform/named_alloc.h"
 #include "support/console_capture.h"
 #include "support/process.h"
 
@@ -49,15 +50,21 @@ class ShowRecord : public testing::Test {
                                                   &changed));
   }
   std::string show() {
+    auth_mgr_idc_get_shadow_record_in_ctxt(kivo_test::find_record(kLabel)->ctxt);
+    const uint64_t live = named_live_blocks();
     kivo_show_db(KIVO_SHOW_BY_AUDIT_SESSION, reinterpret_cast<uint64_t>(kAuditId));
+    EXPECT_EQ(live, named_live_blocks());
     return console_.take();
   }
   // What is shown for a value of a type and kind behind "name : ".
   std::string shown(kivo_data_type kind, uint32_t type, const std::string &value) {
     create_database(1, {{type, 0, kind}});
     store(type, value);
+    store(3, "what may lie behind it");
     const std::string text = show();
-    EXPECT_EQ(0u, auth_mgr_idc_remove_attr_by_type(kivo_test::find_record(kLabel)->ctxt, type));
+    auth_ctxt *ctxt = kivo_test::find_record(kLabel)->ctxt;
+    EXPECT_EQ(0u, auth_mgr_idc_remove_attr_by_type(ctxt, type));
+    EXPECT_EQ(0u, auth_mgr_idc_remove_attr_by_type(ctxt, 3));
     // Behind the opening: the second frame, a line break, the name in 30 columns and " : ".
     const size_t begin = kOpening.size() + kFrame.size() + 34;
     EXPECT_EQ(kOpening + kFrame, text.substr(0, kOpening.size() + kFrame.size()));
@@ -127,6 +134,7 @@ TEST_F(ShowRecord, ValuesAreRenderedByKindAndType) {
       {"InterfaceIdShort", KIVO_DATA_TYPE_INT32, 220, "abc", kCanNotPrint},
       {"Interface", KIVO_DATA_TYPE_INT32, 221, "3735928559", "0xDEADBEEF"},
       {"InterfaceOfOneDigit", KIVO_DATA_TYPE_INT32, 221, "7", "0x00000007"},
+      {"InterfaceIsDecimal", KIVO_DATA_TYPE_INT32, 221, "010", "0x0000000A"},
       {"InterfaceLowBits", KIVO_DATA_TYPE_INT32, 221, "4294967298", "0x00000002"},
       {"InterfaceNegative", KIVO_DATA_TYPE_INT32, 221, "-1", "0xFFFFFFFF"},
       {"InterfaceNoNumber", KIVO_DATA_TYPE_INT32, 221, "eth0", "0x00000000"},

@@ -1,4 +1,5 @@
-// Attributes of one session: writing, reading, removing, merging into a list.
+// Attributes of one session: writing, reading, removing, merging into a list. The contexts here
+// belong to no record; what a write does to the indexes is in value_index_test.cpp.
 #include <gtest/gtest.h>
 
 #include <map>

@@ -1,4 +1,5 @@
-// Attribute lists, their handles and their cursors.
+// Attribute lists, their handles and their cursors: what a list keeps, what a stale handle does,
+// what a cursor still sees when its list is extended or freed.
 #include "platform/aaa.h"
 
 #include <gtest/gtest.h>

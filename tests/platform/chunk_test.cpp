@@ -250,6 +250,15 @@ TEST(VariableChunk, RandomTakingAndGivingBackKeepsContentsApart) {
   EXPECT_EQ(0U, variable_chunk_live_blocks(pool));
 }
 
+TEST(VariableChunk, KnowsTheBlocksOfAllItsSlabs) {
+  variable_chunk_pool *pool = variable_chunk_create_ext(kClasses, 4, 0, tag_of);
+  std::vector<void *> blocks(200'000);
+  for (void *&block : blocks) block = variable_chunk_malloc(pool, 64);
+  EXPECT_EQ(200'000U, variable_chunk_live_blocks(pool));
+  for (void *block : blocks) variable_chunk_free(pool, block);
+  EXPECT_EQ(0U, variable_chunk_live_blocks(pool));
+}
+
 TEST(VariableChunk, PoolIsMadeWholeOrNotAtAll) {
   const int n_requests = failing_new::sweep([](int nth) {
     const size_t before = failing_new::live_bytes();

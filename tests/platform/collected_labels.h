@@ -1,5 +1,6 @@
-// The library's three operations that the platform refers to, as a test program defines them: a label
-// set that is a vector, and shadow records that are counted. Include it in one file of the program.
+// The library's three operations that the platform refers to, as a test program defines them: a
+// label set that is a vector, and shadow records that are counted. Include it in one file of the
+// program.
 #pragma once
 
 #include <cstdint>

@@ -56,22 +56,23 @@ TEST(HashTable, NullTableIsFullAndHoldsNothing) {
   htDestroyHashTable(nullptr);
 }
 
-TEST(HashTable, OfEqualKeysTheOldestIsFoundAndTheNewestRemoved) {
+TEST(HashTable, OfEqualKeysTheNewestIsFoundAndRemoved) {
   Table table = make_table();
-  const uint32_t key[3] = {5, 5, 5};
+  uint32_t key[3] = {5, 5, 5};
   char data[3];
   for (int i = 0; i < 3; ++i) ASSERT_EQ(0, htAdd(table.get(), &key[i], &data[i]));
-  EXPECT_EQ(3U, htItems(table.get()));
-  for (uint32_t left = 3; left > 0; --left) {
-    EXPECT_EQ(&data[0], htFind(table.get(), &key[2]));
-    EXPECT_EQ(1, htRemove(table.get(), &key[1]));
-    EXPECT_EQ(left - 1, htItems(table.get()));
+  const uint32_t probe = 5;
+  for (int i = 2; i >= 0; --i) {
+    EXPECT_EQ(static_cast<uint32_t>(i) + 1, htItems(table.get()));
+    EXPECT_EQ(&data[i], htFind(table.get(), &probe));
+    EXPECT_EQ(1, htRemove(table.get(), &probe));
+    key[i] = 0;  // the key is the owner's again
   }
-  EXPECT_EQ(nullptr, htFind(table.get(), &key[0]));
-  EXPECT_EQ(0, htRemove(table.get(), &key[0]));
+  EXPECT_EQ(nullptr, htFind(table.get(), &probe));
+  EXPECT_EQ(0, htRemove(table.get(), &probe));
 }
 
-// Random additions and removals against a map from key to the data added, oldest first.
+// Random additions and removals against a map from key to the data added, newest last.
 void run_against_model(hash_table_hash hash, uint32_t n_keys, int n_steps) {
   Table table = make_table(1, hash);
   std::map<uint32_t, std::vector<void *>> model;
@@ -93,7 +94,7 @@ void run_against_model(hash_table_hash hash, uint32_t n_keys, int n_steps) {
     }
     ASSERT_EQ(n_items, htItems(table.get()));
     const uint32_t &probe = keys[random() % n_keys];
-    ASSERT_EQ(model[probe].empty() ? nullptr : model[probe].front(), htFind(table.get(), &probe));
+    ASSERT_EQ(model[probe].empty() ? nullptr : model[probe].back(), htFind(table.get(), &probe));
   }
 }
 
@@ -138,14 +139,13 @@ TEST(HashTable, FailedAllocationLeavesTheTableAsItWas) {
     if (htAdd(table.get(), &keys[i], &keys[i]) != 0) {
       ++n_failed;
       ASSERT_EQ(i, htItems(table.get()));
-      ASSERT_EQ(i == 0 ? nullptr : &keys[0], htFind(table.get(), &keys[0]));
-      ASSERT_EQ(i < 2000 ? nullptr : &keys[0], htFind(table.get(), &keys[i]));
+      ASSERT_EQ(i == 0 ? nullptr : &keys[i <= 2000 ? 0 : i - 1], htFind(table.get(), &keys[0]));
       ASSERT_EQ(0, htAdd(table.get(), &keys[i], &keys[i]));
     }
     failing_new::disarm();
   }
   EXPECT_LE(10U, n_failed);
-  for (uint32_t i = 0; i < 2000; ++i) ASSERT_EQ(&keys[i], htFind(table.get(), &keys[i]));
+  for (uint32_t i = 1; i < 2000; ++i) ASSERT_EQ(&keys[i], htFind(table.get(), &keys[i]));
 }
 
 TEST(HashTable, RemovesAlsoWhenTheSmallerArrayFindsNoMemory) {

@@ -1,4 +1,5 @@
 // The platform in a process without the library: what needs the library says so, nothing crashes.
+// Means something only in a program that is not linked with the library, and is skipped otherwise.
 #include <gtest/gtest.h>
 
 #include <cstdint>

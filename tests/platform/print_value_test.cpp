@@ -1,4 +1,5 @@
-// Texts of values, by type code and by size of an address.
+// Texts of values, by type code and by size of an address: what fits, what does not, what is cut.
+// Values lie in memory of exactly their size, so that a read past one is found.
 #include <gtest/gtest.h>
 
 #include <memory>

@@ -71,6 +71,7 @@ TEST_F(QueueTest, LastElementEnqueuedAgainStaysWhereItIs) {
   queue_enqueue(&queue_, &a_);
   queue_enqueue(&queue_, &b_);
   queue_enqueue(&queue_, &b_);
+  ASSERT_EQ(nullptr, queue_get_next(&queue_, &b_));
   queue_enqueue(&queue_, &c_);
   EXPECT_EQ((std::vector<int>{1, 2, 3}), numbers_of(queue_));
 }

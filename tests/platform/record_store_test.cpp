@@ -1,4 +1,5 @@
-// Records by label: making, adopting, finding, deleting, walking, counting.
+// Records by label: making, adopting, finding, deleting, walking, counting. Every test ends with an
+// empty store and checks that nothing is left.
 #include <gtest/gtest.h>
 
 #include <unordered_map>

@@ -1,4 +1,5 @@
 // Records by the value of an attribute: one, several, none, in order, and while values change.
+// Every test creates its own records and deletes them; an index, once made, stays.
 #include <gtest/gtest.h>
 
 #include <algorithm>
