@@ -124,7 +124,7 @@ std::vector<AttrCondition> parse_conditions(std::string_view text, std::string &
     const std::string_view item = take_item(text);
     const size_t equals = item.find('=');
     if (equals == std::string_view::npos) {
-      error = "'" + std::string(item) + "' is not name=value";
+      error = std::string("'") + std::string(item) + "' is not name=value";
       return {};
     }
     const std::string name(trimmed(item.substr(0, equals)));
@@ -136,7 +136,7 @@ std::vector<AttrCondition> parse_conditions(std::string_view text, std::string &
     }
     Bytes bytes = parse_value(type, value);
     if (!bytes) {
-      error = "'" + std::string(value) + "' is no value of " + name;
+      error = std::string("'") + std::string(value) + "' is no value of " + name;
       return {};
     }
     conditions.push_back({type, *std::move(bytes)});
