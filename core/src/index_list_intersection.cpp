@@ -61,7 +61,8 @@ void kivo_index_list_hash_cleanup(const kivo_index_list *list, uint32_t n) noexc
     for (uint32_t i = 0; i < in_block; ++i) htRemove(label_table, &block->labels[i]);
     covered += in_block;
   }
-  kivo_trace_event(msg::kHashItems, static_cast<int>(htItems(label_table)));
+  kivo_trace_event(msg::kHashItems,
+                   label_table != nullptr ? static_cast<int>(htItems(label_table)) : 0);
 }
 
 // Puts the labels of a set into the table. On failure the table is empty again.
