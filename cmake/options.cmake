@@ -29,3 +29,11 @@ function(kivo_library target map)
     target_link_options(${target} PRIVATE LINKER:-z,defs)
   endif()
 endfunction()
+
+# kivo_c_program(TARGET): a program in C that links our libraries. The sanitizers' run-time of clang
+# needs the C++ library.
+function(kivo_c_program target)
+  if(KIVO_SANITIZE)
+    set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
+  endif()
+endfunction()
