@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <utility>
 
 #include "kivo/attribute_write.h"
@@ -47,6 +48,10 @@ struct Operation {
   uint32_t (*write)(kivo_db *, uint32_t, attrdb_record *, uint32_t) noexcept;
   std::string entry, prefix;  // of its traces
   bool stops_at_failed_notification;
+
+  friend void PrintTo(const Operation &operation, std::ostream *out) {
+    *out << operation.test_name;
+  }
 };
 
 const Operation kOperations[] = {

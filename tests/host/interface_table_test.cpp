@@ -4,19 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <new>
 #include <set>
 
-static int until_failure = 0;  // of the requests for memory; 0 is never
-
-void *operator new(size_t size) {
-  void *block = until_failure != 0 && --until_failure == 0 ? nullptr : std::malloc(size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-void operator delete(void *block) noexcept { std::free(block); }
-void operator delete(void *block, size_t) noexcept { std::free(block); }
+#include "support/memory_faults.h"
 
 namespace {
 
@@ -64,17 +55,18 @@ TEST(InterfaceTable, IsUnchangedByAPortThatFoundNoMemory) {
   const uint32_t number = table.enter(known);
   int failures = 0;
   for (;;) {
-    until_failure = failures + 1;
+    memory_faults::arm(static_cast<uint64_t>(failures) + 1);
     try {
       table.enter(fresh);
       break;
     } catch (const std::bad_alloc &) {
+      memory_faults::disarm();
       ++failures;
       EXPECT_EQ(1u, table.size());
       EXPECT_EQ(number, table.enter(known));
     }
   }
-  until_failure = 0;
+  memory_faults::disarm();
   EXPECT_GE(failures, 3);  // the key's node, its text and the number's node at the least
   EXPECT_EQ(2u, table.size());
 }

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "collected_labels.h"
-#include "memory_faults.h"
+#include "support/memory_faults.h"
 
 namespace {
 

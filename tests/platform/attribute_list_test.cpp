@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "memory_faults.h"
+#include "support/memory_faults.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "failing_new.h"
+#include "support/failing_new.h"
 #include "platform/named_alloc.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "failing_new.h"
+#include "support/failing_new.h"
 
 namespace {
 

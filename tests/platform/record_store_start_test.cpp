@@ -2,7 +2,7 @@
 // since a process has one store.
 #include <gtest/gtest.h>
 
-#include "memory_faults.h"
+#include "support/memory_faults.h"
 #include "platform/attrdb.h"
 
 namespace {

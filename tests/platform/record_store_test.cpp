@@ -5,7 +5,7 @@
 #include <unordered_map>
 
 #include "collected_labels.h"
-#include "memory_faults.h"
+#include "support/memory_faults.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "failing_new.h"
+#include "support/failing_new.h"
 #include "platform/status.h"
 
 // Stands in for the C library's: what would go to the system's log is kept here.

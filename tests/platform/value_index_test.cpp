@@ -8,7 +8,7 @@
 #include <set>
 
 #include "collected_labels.h"
-#include "memory_faults.h"
+#include "support/memory_faults.h"
 
 namespace {
 
