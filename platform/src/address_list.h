@@ -1,5 +1,5 @@
-// The value of type 10: a run of 16-byte addresses, each at most once. What the attribute context and
-// the indexes both need to know about it.
+// The value of type 10: a run of 16-byte addresses, each at most once. What the attribute context
+// and the indexes both need to know about it.
 // Threads: none; the process serialises all calls.
 #pragma once
 

@@ -1,4 +1,5 @@
 // AttributeBlock: look-up, the two halves of a write, and removal.
+// Threads: none; the process serialises all calls.
 #include "attribute_block.h"
 
 #include <cstring>
@@ -75,8 +76,8 @@ bool BlockWrite::prepare() noexcept {
   const std::uint32_t used = old_used - static_cast<std::uint32_t>(old_.bytes.size()) + new_size_ +
                              (old_.found ? 0 : std::uint32_t{sizeof(AttributeEntry)});
   const bool same_place = old_.found && old_.bytes.size() == new_size_;
-  const bool must_move = block_ == nullptr || used > block_->capacity ||
-                         (!same_place && tail_lies_in_block());
+  const bool must_move =
+      block_ == nullptr || used > block_->capacity || (!same_place && tail_lies_in_block());
   if (!must_move && !too_large(block_->capacity, used)) return true;
 
   fresh_ = new_block(used);

@@ -1,6 +1,6 @@
-// The attributes of one session, packed: header, a directory of {type, size} in the order of adding,
-// and the value bytes behind it in the same order. Pure data, under the attribute context; knows no
-// record, no index and no kind. A session without attributes has no block.
+// The attributes of one session, packed: header, a directory of {type, size} in the order of
+// adding, and the value bytes behind it in the same order. Pure data, under the attribute context;
+// knows no record, no index and no kind. A session without attributes has no block.
 // Invariants: (1) a type occurs once; (2) used covers header, directory and values; (3) writes are
 // prepared, which may fail and changes nothing, and then committed, which cannot fail.
 // Threads: none; the process serialises all calls.
@@ -35,7 +35,9 @@ struct AttributeBlock {
     return reinterpret_cast<const AttributeEntry *>(this + 1);
   }
   char *values() noexcept { return reinterpret_cast<char *>(directory() + count); }
-  const char *values() const noexcept { return reinterpret_cast<const char *>(directory() + count); }
+  const char *values() const noexcept {
+    return reinterpret_cast<const char *>(directory() + count);
+  }
   char *end() noexcept { return reinterpret_cast<char *>(this) + used; }
   const char *end() const noexcept { return reinterpret_cast<const char *>(this) + used; }
 };

@@ -1,7 +1,8 @@
-// Attributes of one session: reading, writing, removing, and the shadow record that hangs on a context.
-// Over the packed block; tells the indexes of every change of a context that a record owns.
-// Invariant of a write: the block's memory and the new index entries are secured first; dropping the
-// old entries and committing the block cannot fail. A context and its indexes never disagree.
+// Attributes of one session: reading, writing, removing, and the shadow record that hangs on a
+// context. Over the packed block; tells the indexes of every change of a context that a record
+// owns.
+// Invariant of a write: the block's memory and the new index entries are secured first; dropping
+// the old entries and committing the block cannot fail. A context and its indexes never disagree.
 // Threads: none; the process serialises all calls.
 #include "attribute_context.h"
 
@@ -58,8 +59,8 @@ std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
   return status;
 }
 
-// Appends the addresses that are not stored yet, each once. They are gathered in memory of their own,
-// which also settles a value that lies in the block to be written.
+// Appends the addresses that are not stored yet, each once. They are gathered in memory of their
+// own, which also settles a value that lies in the block to be written.
 std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value, std::uint32_t *changed) noexcept {
   const StoredValue old = find_value(ctxt->attributes, AAA_ATTR_IPV6_ADDRESSES);
   char few[8 * kAddressBytes];
@@ -78,9 +79,8 @@ std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value, std::uint32_t *chang
   }
   if (size == 0) return PLATFORM_OK;
   if (old.bytes.size() + size > kMaxAddresses * kAddressBytes) return AAA_ERR_NO_ROOM;
-  const std::uint32_t status =
-      write(ctxt, AAA_ATTR_IPV6_ADDRESSES, static_cast<std::uint32_t>(old.bytes.size()),
-            {missing, size});
+  const std::uint32_t status = write(ctxt, AAA_ATTR_IPV6_ADDRESSES,
+                                     static_cast<std::uint32_t>(old.bytes.size()), {missing, size});
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
   return status;
 }

@@ -6,7 +6,8 @@
 
 namespace kivo_platform {
 
-// Frees what a context holds, its shadow record included, and its slot. No record owns it any longer.
+// Frees what a context holds, its shadow record included, and its slot. No record owns it any
+// longer.
 void destroy_context(auth_ctxt *ctxt) noexcept;
 
 }  // namespace kivo_platform

@@ -1,8 +1,9 @@
 // Attribute lists behind handles, and cursors over them.
-// A handle is a slot number and the slot's generation, 1 to kGenerations - 1, so that none is 0. Freed
-// slots queue up and wait until kMinWaiting of them do: a handle's number comes back only after
-// some sixteen million lists, so a stale handle is found out.
-// Invariant: a slot with a storage has its list alive; a storage outlives the list while a cursor pins it.
+// A handle is a slot number and the slot's generation, 1 to kGenerations - 1, so that none is 0.
+// Freed slots queue up and wait until kMinWaiting of them do: a handle's number comes back only
+// after some sixteen million lists, so a stale handle is found out.
+// Invariant: a slot with a storage has its list alive; a storage outlives the list while a cursor
+// pins it.
 // Threads: none; the process serialises all calls.
 #include "attribute_list.h"
 

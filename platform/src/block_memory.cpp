@@ -1,4 +1,5 @@
 // Size classes of attribute blocks; see the header.
+// Threads: none; the process serialises all calls.
 #include "block_memory.h"
 
 #include <algorithm>
@@ -82,7 +83,7 @@ void *take_block_memory(std::uint32_t size) noexcept {
     return block;
   }
   if (static_cast<std::size_t>(pool.fresh_end - pool.fresh) < size) {
-    void *chunk = ::operator new(kChunkBytes, std::align_val_t{kStep}, std::nothrow);
+    void *chunk = ::operator new (kChunkBytes, std::align_val_t{kStep}, std::nothrow);
     if (chunk == nullptr) return nullptr;
     pool.fresh = static_cast<std::byte *>(chunk);
     pool.fresh_end = pool.fresh + kChunkBytes;

@@ -1,7 +1,7 @@
 // An array that grows by whole chunks: elements never move, and the number of an element gives its
 // address by arithmetic. Under the session slots, the hash tables and the pools of postings.
-// Invariants: elements [0, capacity()) are constructed; growing either adds a chunk or changes nothing.
-// There is no destructor, so that process-wide arrays outlive everything; release() gives it all back.
+// Invariants: elements [0, capacity()) are constructed; growing either adds a chunk or changes
+// nothing. No destructor: process-wide arrays outlive everything; release() gives it all back.
 // Threads: none; the process serialises all calls.
 #pragma once
 

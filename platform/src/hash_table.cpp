@@ -1,6 +1,6 @@
 // Hash table: open addressing with the entries in place, so that an operation costs one cache miss
-// in the table and one at the key. Equal keys share one slot: the first entry is in it, further
-// ones hang behind it in a list, the newest in front, in an array of their own (Overflow).
+// in the table and one at the key. Equal keys share one slot: the newest entry is in it, older ones
+// hang behind it, the newest in front, in an array of their own (Overflow).
 // Invariants: (1) a slot is free when its key is null, and at least one is free; (2) between a slot
 // and the home of its entry no slot is free (removal closes gaps, there are no tombstones); (3) the
 // keys in slots differ from each other.
@@ -21,11 +21,11 @@ struct Slot {
   const void *key;
   void *data;
   uint32_t hash;    // mixed
-  uint32_t equals;  // newest further entry with this key, 1 for the first of the overflow; 0 none
+  uint32_t equals;  // next older entry with this key, 1 for the first of the overflow; 0 none
 };
 static_assert(sizeof(Slot) == 24);
 
-// An entry whose key equals that of a slot.
+// An entry whose key equals that of a slot, and that is older.
 struct Equal {
   const void *key;
   void *data;
@@ -83,15 +83,15 @@ class Overflow {
   void give_back(uint32_t number) noexcept {
     at(number).next = free_;
     free_ = number;
-    if (--n_live_ == 0) n_fresh_ = free_ = 0;
+    --n_live_;
   }
 
   // Moves what the slots hold into an array of this capacity, which must suffice. Nothing changes
   // without memory.
   void compact(Slot *slots, std::size_t n_slots, std::size_t capacity) noexcept {
     Overflow smaller;
-    if (capacity != 0) smaller.items_ = make_page_array<Equal>(capacity);
-    if (capacity != 0 && smaller.items_ == nullptr) return;
+    smaller.items_ = make_page_array<Equal>(capacity);
+    if (smaller.items_ == nullptr) return;
     smaller.capacity_ = capacity;
     for (std::size_t i = 0; i < n_slots && smaller.n_live_ < n_live_; ++i) {
       for (uint32_t *link = &slots[i].equals; *link != 0;) {
@@ -162,8 +162,8 @@ bool has_room(const hash_table &table) noexcept {
 int add_equal(hash_table &table, Slot &slot, const void *key, void *data) noexcept {
   if (!table.overflow.reserve_one()) return 1;
   const uint32_t number = table.overflow.take();
-  table.overflow.at(number) = {key, data, slot.equals};
-  slot.equals = number;
+  table.overflow.at(number) = {slot.key, slot.data, slot.equals};
+  slot = {key, data, slot.hash, number};
   return 0;
 }
 
@@ -187,12 +187,8 @@ void give_back_memory(hash_table &table) noexcept {
   }
   Overflow &overflow = table.overflow;
   if (overflow.capacity() <= kEqualsMin || overflow.n_live() >= overflow.capacity() / 8) return;
-  if (overflow.n_live() == 0) {
-    overflow = Overflow{};
-  } else if (overflow.capacity() >= table.n_slots / 4) {
-    overflow.compact(table.slots.get(), table.n_slots,
-                     std::max(overflow.capacity() / 4, kEqualsMin));
-  }
+  if (overflow.capacity() < table.n_slots / 4) return;
+  overflow.compact(table.slots.get(), table.n_slots, std::max(overflow.capacity() / 4, kEqualsMin));
 }
 
 }  // namespace
@@ -237,9 +233,10 @@ int htRemove(hash_table *table, const void *key) noexcept {
   Slot &slot = locate(*table, key, mix(table->hash(key)));
   if (slot.key == nullptr) return 0;
   if (slot.equals != 0) {
-    const uint32_t newest = slot.equals;
-    slot.equals = table->overflow.at(newest).next;
-    table->overflow.give_back(newest);
+    const uint32_t number = slot.equals;
+    const Equal &older = table->overflow.at(number);
+    slot = {older.key, older.data, slot.hash, older.next};
+    table->overflow.give_back(number);
   } else {
     close_gap(*table, static_cast<std::size_t>(&slot - table->slots.get()));
     --table->n_used;

@@ -1,8 +1,8 @@
 // Hidden twins of exported operations, for calls from one platform file into another.
 // Everything inside the platform calls these and never the exported name: an exported operation
 // that a process replaces (a test that injects faults does) then sees the outside callers' calls
-// only, with any compiler. The exported function is a one-line forwarder to its twin. Threads:
-// none; the process serialises all calls.
+// only, with any compiler. The exported function is a one-line forwarder to its twin.
+// Threads: none; the process serialises all calls.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The three operations of the KIVO library that the platform calls, the only ones. The references are
-// weak: each is null in a process without the library, and every use asks first.
+// The three operations of the KIVO library that the platform calls, the only ones. The references
+// are weak: each is null in a process without the library, and every use asks first.
 // Threads: none; the process serialises all calls.
 #pragma once
 

@@ -1,4 +1,5 @@
 // ListStorage: chunks, appending, the store of freed storages.
+// Threads: none; the process serialises all calls.
 #include "list_storage.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-// What an attribute list holds: its values in chained chunks, so that none ever moves. Under the list
-// handles and the cursors of attribute_list.cpp, which share a storage by count.
-// Invariants: (1) a chunk in front of the last one is full for good; (2) values are aligned to 8 bytes;
-// (3) append() either adds the whole attribute or changes nothing.
+// What an attribute list holds: its values in chained chunks, so that none ever moves. Under the
+// list handles and the cursors of attribute_list.cpp, which share a storage by count.
+// Invariants: (1) a chunk in front of the last one is full for good; (2) values are aligned to 8
+// bytes; (3) append() either adds the whole attribute or changes nothing.
 // Threads: none; the process serialises all calls.
 #pragma once
 

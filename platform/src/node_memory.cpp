@@ -1,4 +1,5 @@
 // The reserve of tree nodes; see the header.
+// Threads: none; the process serialises all calls.
 #include "node_memory.h"
 
 #include <array>

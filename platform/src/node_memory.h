@@ -1,8 +1,8 @@
 // Node memory of the ordered sets, with a reserve. The tree library makes no promise about a tree
 // whose insertion ran out of memory, so none ever does: an insertion is preceded by
 // fill_node_reserve(), which may fail, and then draws on the reserve when general memory is gone.
-// Invariant: after a successful fill, kNodeReserve allocations of at most kNodeBytes succeed; that is
-// a tree of full height split from leaf to root, with more than thirty children a node.
+// Invariant: after a successful fill, kNodeReserve allocations of at most kNodeBytes succeed; that
+// is a tree of full height split from leaf to root, with more than thirty children a node.
 // Threads: none; the process serialises all calls.
 #pragma once
 
@@ -36,7 +36,8 @@ struct NodeAllocator {
     const std::size_t bytes = n * sizeof(T);
     void *node = ::operator new(bytes, std::nothrow);
     if (node == nullptr && bytes <= kNodeBytes) node = take_from_node_reserve();
-    if (node == nullptr) stop("the node reserve was filled before an insertion", __FILE__, __LINE__);
+    if (node == nullptr)
+      stop("the node reserve was filled before an insertion", __FILE__, __LINE__);
     return static_cast<T *>(node);
   }
   void deallocate(T *node, std::size_t) noexcept { ::operator delete(node); }
@@ -48,8 +49,7 @@ struct NodeAllocator {
 };
 
 using LabelSet = absl::btree_set<std::uint32_t, std::less<>, NodeAllocator<std::uint32_t>>;
-using CountByNumber =
-    absl::btree_map<std::uint32_t, std::uint32_t, std::less<>,
-                    NodeAllocator<std::pair<const std::uint32_t, std::uint32_t>>>;
+using CountByNumber = absl::btree_map<std::uint32_t, std::uint32_t, std::less<>,
+                                      NodeAllocator<std::pair<const std::uint32_t, std::uint32_t>>>;
 
 }  // namespace kivo_platform

@@ -1,5 +1,6 @@
 // Large memory on huge pages; see pages.h. The system's answer is not examined: ordinary pages do
-// the same work, only slower. Threads: none; the process serialises all calls.
+// the same work, only slower.
+// Threads: none; the process serialises all calls.
 #include "pages.h"
 
 #include <sys/mman.h>

@@ -1,6 +1,6 @@
 // Values as text: by the store's type codes, and addresses by their size.
-// Invariants: no byte behind a value's size is read; no text outgrows its buffer, a long one ends in
-// "..." instead.
+// Invariants: no byte behind a value's size is read; no text outgrows its buffer, a long one ends
+// in "..." instead.
 // Threads: none; the process serialises all calls.
 #include <arpa/inet.h>
 

@@ -1,4 +1,5 @@
 // RecordIndexes: spreading a value over its indexes, undoing it half-way, building an index late.
+// Threads: none; the process serialises all calls.
 #include "record_indexes.h"
 
 #include <cstring>
@@ -32,9 +33,8 @@ void remove_from(ValueIndex &index, IndexedSession session, std::uint32_t type,
 
 bool add_to(ValueIndex &index, IndexedSession session, std::uint32_t type, Bytes value) noexcept {
   bool added = true;
-  const Bytes done = for_each_indexed(type, value, [&](Bytes one) {
-    return added = index.add(session.slot, session.label, one);
-  });
+  const Bytes done = for_each_indexed(
+      type, value, [&](Bytes one) { return added = index.add(session.slot, session.label, one); });
   if (!added && !done.empty()) remove_from(index, session, type, done);
   return added;
 }

@@ -37,8 +37,7 @@ std::uint32_t append_labels(const ValueIndex::Found &found, kivo_index_list **li
                             std::uint32_t &count) noexcept {
   if (found.shared == nullptr) {
     if (found.label == 0) return PLATFORM_OK;
-    const std::uint32_t status =
-        status_of_append(kivo_index_list_add_many(list, &found.label, 1));
+    const std::uint32_t status = status_of_append(kivo_index_list_add_many(list, &found.label, 1));
     if (status == PLATFORM_OK) count = 1;
     return status;
   }

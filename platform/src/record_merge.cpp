@@ -1,5 +1,5 @@
-// Copies a session's attributes into an attribute list: the one operation that joins the two halves of
-// the attribute service, contexts and lists.
+// Copies a session's attributes into an attribute list: the one operation that joins the two halves
+// of the attribute service, contexts and lists.
 // Threads: none; the process serialises all calls.
 #include "address_list.h"
 #include "attribute_list.h"

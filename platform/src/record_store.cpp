@@ -1,6 +1,6 @@
 // The record store: making, finding and deleting records, and the totals.
-// Over SessionSlots (contexts and labels) and RecordIndexes (values); look-ups by value and walks are
-// rooms of their own. A creation secures everything before it binds the label, the commit.
+// Over SessionSlots (contexts and labels) and RecordIndexes (values); look-ups by value and walks
+// are rooms of their own. A creation secures everything before it binds the label, the commit.
 // Threads: none; the process serialises all calls.
 #include <memory>
 #include <new>

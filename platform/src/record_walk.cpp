@@ -1,6 +1,6 @@
 // The walk over all records, in the order of their slots.
-// Invariant: the walk looks at the array of labels anew for every slot and never goes beyond the slots
-// that there were at its start, so whatever fn creates or deletes meanwhile is harmless.
+// Invariant: the walk looks at the array of labels anew for every slot and never goes beyond the
+// slots that there were at its start, so whatever fn creates or deletes meanwhile is harmless.
 // Threads: none; the process serialises all calls.
 #include <array>
 

@@ -1,4 +1,5 @@
 // RefTable: insertion, removal and the splitting of buckets.
+// Threads: none; the process serialises all calls.
 #include "ref_table.h"
 
 namespace kivo_platform {
@@ -68,8 +69,8 @@ RefTable::Line *RefTable::append(Line *last, std::uint32_t hash, std::uint32_t r
 }
 
 // Divides the entries of the oldest bucket of this round between itself and a new bucket. Each line
-// is copied and freed before its entries are dealt out: two chains of 7 j entries need at most j - 1
-// overflow lines, as many as were freed by then, so nothing is allocated but the new bucket.
+// is copied and freed before its entries are dealt out: two chains of 7 j entries need at most j -
+// 1 overflow lines, as many as were freed by then, so nothing is allocated but the new bucket.
 void RefTable::split_next_bucket() noexcept {
   if (bucket_count_ == buckets_.capacity() && !buckets_.grow()) return;
   const std::uint32_t old_bucket = bucket_count_ - round_buckets_;

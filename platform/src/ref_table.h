@@ -2,8 +2,8 @@
 // value indexes. It holds no keys; the caller's match function compares them where they are stored.
 // Linear hashing over buckets of one cache line: the table grows by one bucket at a time, so no
 // insertion ever rebuilds it, and a bucket that cannot be had only makes others fuller for a while.
-// Invariants: (1) of a bucket's lines all but the last are full; (2) equal entries may repeat;
-// (3) insert() after a successful reserve(), find(), erase() cannot fail.
+// Invariants: (1) of a bucket's lines all but the last are full; (2) equal entries may repeat; (3)
+// insert() after a successful reserve(), find(), erase() cannot fail.
 // Threads: none; the process serialises all calls.
 #pragma once
 

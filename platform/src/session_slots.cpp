@@ -1,4 +1,5 @@
 // SessionSlots: taking and giving back contexts, binding them to labels.
+// Threads: none; the process serialises all calls.
 #include "session_slots.h"
 
 namespace kivo_platform {
@@ -39,7 +40,8 @@ void SessionSlots::give_back(auth_ctxt *ctxt) noexcept {
   ctxt->slot = slot;
   ctxt->next_free = free_slot_;
   free_slot_ = slot + 1;
-  if (--live_ == 0) slots_used_ = free_slot_ = 0;  // an empty store begins with the first slot again
+  if (--live_ == 0)
+    slots_used_ = free_slot_ = 0;  // an empty store begins with the first slot again
 }
 
 void SessionSlots::bind(auth_ctxt *ctxt, std::uint32_t label) noexcept {

@@ -1,9 +1,10 @@
-// The attribute contexts of the process, each in a numbered slot, and the directory from labels to slots.
-// A session is one object of 64 bytes: the record that users see lies inside its context, so adopting
-// a context sets a label and moves nothing. Under the attribute service and the record store.
-// Invariants: (1) a slot's address never changes; (2) label_at() is not 0 exactly for the slots whose
-// context is a record; (3) free slots are reused, the one freed last first, and all of them in
-// their order once none is taken.
+// The attribute contexts of the process, each in a numbered slot, and the directory from labels to
+// slots. A session is one object of 64 bytes: the record that users see lies inside its context, so
+// adopting a context sets a label and moves nothing. Under the attribute service and the record
+// store.
+// Invariants: (1) a slot's address never changes; (2) label_at() is not 0 exactly for the slots
+// whose context is a record; (3) free slots are reused, the one freed last first, and all of them
+// in their order once none is taken.
 // Threads: none; the process serialises all calls.
 #pragma once
 

@@ -1,10 +1,12 @@
 // ValueIndex: entering and removing sessions, and the change between one session and several.
+// Threads: none; the process serialises all calls.
 #include "value_index.h"
 
 #include <algorithm>
 #include <new>
 
 #include "absl/hash/hash.h"
+#include "absl/strings/string_view.h"
 #include "address_list.h"
 #include "platform/aaa_dictionary.h"
 #include "session_slots.h"
@@ -14,9 +16,12 @@ namespace {
 
 constexpr std::uint32_t kNoPosting = 0;  // as a reference: it lacks the mark of a posting
 
-// Seeded for each process, so that peers cannot choose values which meet in one bucket.
+// Seeded for each process, so that peers cannot choose values which meet in one bucket. For that it
+// must be the hash library's own string view: the standard one may go through std::hash, which has
+// one seed everywhere.
 std::uint32_t hash_value(Bytes value) noexcept {
-  const std::uint64_t h = absl::Hash<Bytes>()(value);
+  const std::uint64_t h =
+      absl::Hash<absl::string_view>()(absl::string_view(value.data(), value.size()));
   return static_cast<std::uint32_t>(h ^ (h >> 32));
 }
 
@@ -50,7 +55,7 @@ bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexc
   const std::uint32_t posting = take_posting(value);
   if (posting == kNoPosting) return false;
   LabelSet &labels = posting_of(posting).labels;
-  labels.insert(sessions.label_at(*entry));
+  labels.insert(sessions.at(*entry).record.label);
   labels.insert(label);
   *entry = posting;
   return true;
@@ -76,7 +81,8 @@ ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
   const std::uint32_t *entry = find_entry(hash_value(value), value, kNoSlot);
   if (entry == nullptr) return {};
   if ((*entry & kShared) != 0) return {0, &posting_of(*entry).labels};
-  return {sessions.label_at(*entry), nullptr};
+  // Not the dense array of labels: the comparison has just fetched this context.
+  return {sessions.at(*entry).record.label, nullptr};
 }
 
 bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
@@ -85,8 +91,8 @@ bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
   return Bytes{posting.key.get(), posting.key_size} == value;
 }
 
-// An entry of except_slot does not count: of a session that is being entered, another address of the
-// same hash may have led there, and its stored bytes would match this one too.
+// An entry of except_slot does not count: of a session that is being entered, another address of
+// the same hash may have led there, and its stored bytes would match this one too.
 std::uint32_t *ValueIndex::find_entry(std::uint32_t hash, Bytes value,
                                       std::uint32_t except_slot) noexcept {
   return table_.find(hash, [&](std::uint32_t ref) {

@@ -1,10 +1,10 @@
 // Index of one attribute type: from a value's bytes to the labels of the sessions that hold it.
 // Under RecordIndexes. A value that one session holds costs an eight-byte table entry with the
-// session's slot; its bytes are compared where the session stores them. A value that several share has
-// a posting: its own copy of the bytes and the labels in ascending order.
-// Invariants: (1) a posting has two labels or more; (2) add() is called before the value is written
-// into the session or after, remove() while it is still there or not: neither reads the session's own
-// bytes for its own entry; (3) remove() cannot fail and allocates nothing.
+// session's slot; its bytes are compared where the session stores them. A value that several share
+// has a posting: its own copy of the bytes and the labels in ascending order.
+// Invariants: (1) a posting has two labels or more; (2) neither add() nor remove() reads the bytes
+// of the session that it is about, so it does not matter whether the value is written into the
+// session before or after; (3) remove() cannot fail and allocates nothing.
 // Threads: none; the process serialises all calls.
 #pragma once
 

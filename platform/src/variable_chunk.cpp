@@ -2,8 +2,8 @@
 // variable pool have one size; the addresses of its slabs are kept in a set, so that giving a block
 // back finds its class by masking and one look-up, and a block of general memory by the miss.
 // Invariants: (1) a slab in use is in the set; (2) each class is a call site of the named
-// allocator, whose counts are the class's blocks (fixed classes count the element size). Threads:
-// none; the process serialises all calls.
+// allocator, whose counts are the class's blocks (fixed classes count the element size).
+// Threads: none; the process serialises all calls.
 #include <algorithm>
 #include <cstring>
 #include <memory>

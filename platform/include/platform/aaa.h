@@ -21,8 +21,8 @@
 
 typedef struct aaa_cursor aaa_cursor;
 
-/* The dictionary name of a type: "attribute-N" for a type without a row, "attribute-unknown" for one
- * outside 1..AAA_ATTR_TYPE_MAX. Static text, never null, at most 23 characters. Constant time.
+/* The dictionary name of a type: "attribute-N" for a type without a row, "attribute-unknown" for
+ * one outside 1..AAA_ATTR_TYPE_MAX. Static text, never null, at most 23 characters. Constant time.
  * The two names answer alike (attrdb_get_attr_name_from_type() of attrdb.h does too). */
 PLATFORM_API const char *aaa_dict_get_attr_name(uint32_t type) PLATFORM_NOEXCEPT;
 PLATFORM_API const char *get_attr_name_from_type(uint32_t type) PLATFORM_NOEXCEPT;
@@ -62,12 +62,12 @@ PLATFORM_API uint32_t aaa_cursor_alloc(aaa_cursor **out, uint32_t handle) PLATFO
  * Returns 0; AAA_ERR_INVALID_ARG for null arguments. */
 PLATFORM_API uint32_t aaa_cursor_get_next(aaa_cursor *cursor, uint32_t *type) PLATFORM_NOEXCEPT;
 
-/* Size and address of the current attribute's value; the address is never null. The bytes stay until
- * the cursor is freed.
+/* Size and address of the current attribute's value; the address is never null. The bytes stay
+ * until the cursor is freed.
  * Returns 0; AAA_ERR_INVALID_ARG for null arguments; AAA_ERR_NOT_FOUND in front of the first
  * attribute or behind the last. On error the outputs are 0 and null. */
-PLATFORM_API uint32_t aaa_cursor_get_value(aaa_cursor *cursor, uint32_t *size, const void **value)
-    PLATFORM_NOEXCEPT;
+PLATFORM_API uint32_t aaa_cursor_get_value(aaa_cursor *cursor, uint32_t *size,
+                                           const void **value) PLATFORM_NOEXCEPT;
 
 /* Frees a cursor; null is accepted. */
 PLATFORM_API void aaa_cursor_free(aaa_cursor *cursor) PLATFORM_NOEXCEPT;

@@ -39,7 +39,8 @@ PLATFORM_API void auth_mgr_idc_destroy_ctxt(auth_ctxt *ctxt) PLATFORM_NOEXCEPT;
  * (null context, null value with a size, type 10 with another size); AAA_ERR_NO_ROOM (too long);
  * AAA_ERR_NO_MEMORY. On error the context and every index are unchanged.
  * Notifies nobody. Cost: a look through the context's directory, a copy, and the indexes of the
- * type; an index is touched only when the value changes. */
+ * type; an index is touched only when the value changes. Type 10: each address is compared with
+ * each one that is there. */
 PLATFORM_API uint32_t auth_mgr_idc_add_or_update_attr(auth_ctxt *ctxt, uint32_t type,
                                                       const void *value, uint32_t size,
                                                       uint32_t *changed) PLATFORM_NOEXCEPT;
@@ -49,33 +50,33 @@ PLATFORM_API uint32_t auth_mgr_idc_add_or_update_attr(auth_ctxt *ctxt, uint32_t 
  * size   receives all the bytes, type 10 included.
  * count  receives the number of values: 0 absent, 1, or the number of addresses for type 10.
  *
- * Returns 0, also for an absent type; AAA_ERR_INVALID_ARG for a null argument; AAA_ERR_UNSUPPORTED_ATTR
- * for a type outside the dictionary. On error the outputs that are given are null, 0, 0.
+ * Returns 0, also for an absent type; AAA_ERR_INVALID_ARG for a null argument;
+ * AAA_ERR_UNSUPPORTED_ATTR for a type outside the dictionary. On error the outputs that are given
+ * are null, 0, 0.
  * A stored value of size 0 has a non-null address. */
 PLATFORM_API uint32_t auth_mgr_idc_get_attr(const auth_ctxt *ctxt, uint32_t type,
-                                            const void **value, uint32_t *size, uint32_t *count)
-    PLATFORM_NOEXCEPT;
+                                            const void **value, uint32_t *size,
+                                            uint32_t *count) PLATFORM_NOEXCEPT;
 
 /* Removes all values of a type; an absent one is no error.
  * Returns 0; AAA_ERR_INVALID_ARG; AAA_ERR_UNSUPPORTED_ATTR. Cannot run out of memory. */
-PLATFORM_API uint32_t auth_mgr_idc_remove_attr_by_type(auth_ctxt *ctxt, uint32_t type)
-    PLATFORM_NOEXCEPT;
+PLATFORM_API uint32_t auth_mgr_idc_remove_attr_by_type(auth_ctxt *ctxt,
+                                                       uint32_t type) PLATFORM_NOEXCEPT;
 
 /* Removes one value of a type: the stored value when it equals these bytes, or one address of type
  * 10 (size 16). The order of the remaining addresses stays.
  * Returns 0; AAA_ERR_NOT_FOUND when the value is not there; AAA_ERR_INVALID_ARG for a null context
  * or value; AAA_ERR_UNSUPPORTED_ATTR. On error nothing changes. */
 PLATFORM_API uint32_t auth_mgr_idc_remove_attr_by_type_and_value(auth_ctxt *ctxt, uint32_t type,
-                                                                 const void *value, uint32_t size)
-    PLATFORM_NOEXCEPT;
+                                                                 const void *value,
+                                                                 uint32_t size) PLATFORM_NOEXCEPT;
 
 /* Copies the context's attributes into an attribute list, in the context's order, except the types
  * that the list held at entry. Type 10 becomes one list attribute for each address.
- * Returns 0; AAA_ERR_INVALID_ARG; AAA_ERR_STALE_LIST; AAA_ERR_NO_MEMORY (the list may then hold some
- * of them). The context does not change. */
-PLATFORM_API uint32_t auth_mgr_idc_merge_rec_to_list_without_replace(const auth_ctxt *ctxt,
-                                                                     uint32_t list)
-    PLATFORM_NOEXCEPT;
+ * Returns 0; AAA_ERR_INVALID_ARG; AAA_ERR_STALE_LIST; AAA_ERR_NO_MEMORY (the list may then hold
+ * some of them). The context does not change. */
+PLATFORM_API uint32_t auth_mgr_idc_merge_rec_to_list_without_replace(
+    const auth_ctxt *ctxt, uint32_t list) PLATFORM_NOEXCEPT;
 
 /* The session's shadow record, made on first request by the library's shadowdb_alloc_record() with
  * the record's label (0 while no record owns the context), destroyed with the context.
@@ -83,12 +84,12 @@ PLATFORM_API uint32_t auth_mgr_idc_merge_rec_to_list_without_replace(const auth_
 PLATFORM_API struct shadowdb_rec *auth_mgr_idc_get_shadow_record_in_ctxt(auth_ctxt *ctxt)
     PLATFORM_NOEXCEPT;
 
-/* An address as text: 4 bytes dotted decimal, 6 bytes as 0011.2233.4455, 16 bytes as IPv6 (RFC 5952),
- * any other size as hexadecimal digits (at most 64 bytes of the value, then "...").
+/* An address as text: 4 bytes dotted decimal, 6 bytes as 0011.2233.4455, 16 bytes as IPv6
+ * (RFC 5952), any other size as hexadecimal digits (at most 64 bytes of the value, then "...").
  * value  size bytes; null gives "".
  * Returns one of 8 static buffers in turn; holds until the 8th call after this one. */
-PLATFORM_API const char *auth_mgr_safe_printable_mac(const void *value, uint32_t size)
-    PLATFORM_NOEXCEPT;
+PLATFORM_API const char *auth_mgr_safe_printable_mac(const void *value,
+                                                     uint32_t size) PLATFORM_NOEXCEPT;
 
 /* Contexts that are alive, adopted ones included. Constant time. */
 PLATFORM_API uint32_t auth_mgr_idc_live_ctxts(void) PLATFORM_NOEXCEPT;

@@ -3,7 +3,7 @@
  * Conventions:
  * 1. The table keeps the addresses that it is given and owns no memory behind them.
  * 2. Equal keys are kept side by side: adding never replaces. Entries with equal keys cost nothing
- *    extra to add and to remove: of equal entries the oldest is found, and the newest is removed.
+ *    extra to add and to remove; the newest of them is the one that is found and removed.
  * 3. The hash of a key is computed once, mixed (so a hash may be plain, but different keys should
  *    have different hashes) and remembered; hashes are compared before keys.
  * 4. A null table is tolerated: it is full, and holds nothing. */
@@ -32,7 +32,7 @@ PLATFORM_API hash_table *htMakeHashTable(uint32_t size, hash_table_hash hash,
  * Constant time on average; grows with the number of entries. */
 PLATFORM_API int htAdd(hash_table *table, const void *key, void *data) PLATFORM_NOEXCEPT;
 
-/* The data of the oldest entry with an equal key, null when there is none. Constant time on
+/* The data of the newest entry with an equal key, null when there is none. Constant time on
  * average. */
 PLATFORM_API void *htFind(const hash_table *table, const void *key) PLATFORM_NOEXCEPT;
 

@@ -18,19 +18,17 @@
 #define ATTRDB_ERR_NO_MEMORY    UINT32_C(0xa0010400)
 #define ATTRDB_ERR_INVALID_ARG  UINT32_C(0xa0010600) /* null pointer, size or type 0, label 0 */
 #define ATTRDB_ERR_LABEL_IN_USE UINT32_C(0xa0010800)
-#define ATTRDB_ERR_NOT_READY    UINT32_C(0xa0010a00) /* attrdb_init() has not run, or had no memory \
-                                                      */
-#define ATTRDB_ERR_ADOPTED   UINT32_C(0xa0010c00)    /* the context belongs to a record already */
-#define ATTRDB_ERR_NOT_FOUND UINT32_C(0xa0011200)    /* no record with that label */
+#define ATTRDB_ERR_NOT_READY    UINT32_C(0xa0010a00) /* attrdb_init() has not run, or failed */
+#define ATTRDB_ERR_ADOPTED      UINT32_C(0xa0010c00) /* the context belongs to a record already */
+#define ATTRDB_ERR_NOT_FOUND    UINT32_C(0xa0011200) /* no record with that label */
 
 /* The attribute service, aaa.h and auth_mgr_idc.h. */
-#define AAA_ERR_UNSUPPORTED_ATTR UINT32_C(2) /* attribute type outside the dictionary, 1 to 1490 \
-                                              */
-#define AAA_ERR_NO_MEMORY   UINT32_C(0xa0020400)
-#define AAA_ERR_INVALID_ARG UINT32_C(0xa0020600)
-#define AAA_ERR_NO_ROOM     UINT32_C(0xa0020800) /* a value above 65,535 bytes; too many lists */
-#define AAA_ERR_STALE_LIST  UINT32_C(0xa0020a00) /* the list was freed, or never existed */
-#define AAA_ERR_NOT_FOUND   UINT32_C(0xa0021200) /* the value to remove is not there */
+#define AAA_ERR_UNSUPPORTED_ATTR UINT32_C(2) /* attribute type outside the dictionary */
+#define AAA_ERR_NO_MEMORY        UINT32_C(0xa0020400)
+#define AAA_ERR_INVALID_ARG      UINT32_C(0xa0020600)
+#define AAA_ERR_NO_ROOM          UINT32_C(0xa0020800) /* a value above 65,535 bytes; too many lists */
+#define AAA_ERR_STALE_LIST       UINT32_C(0xa0020a00) /* the list was freed, or never existed */
+#define AAA_ERR_NOT_FOUND        UINT32_C(0xa0021200) /* the value to remove is not there */
 
 /* The KIVO library. */
 #define KIVO_ERR_FAILED        UINT32_C(0xa0030200) /* the operation could not be carried out */
