@@ -11,26 +11,37 @@
 namespace kivo {
 namespace {
 
-// A walk ends early without a failure when nothing can match any more. The attribute service has no
-// such status.
-constexpr uint32_t kNothingMatches = UINT32_MAX;
+// What a match has found so far. The walk over the list ends early when nothing can match any more.
+struct Match {
+  IndexListPtr sessions;  // null before the first accel type
+  bool is_over = false;
+};
 
-// Narrows `sessions` to those that `answer` holds too.
-uint32_t intersect_sessions(IndexListPtr &sessions, IndexListPtr answer) noexcept {
+// Ends the walk without a failure: kivo_match_sessions_from_list() looks at the match, not at this.
+uint32_t end_match(Match &match) noexcept {
+  match.sessions.reset();
+  match.is_over = true;
+  return KIVO_ERR_FAILED;
+}
+
+// Narrows the sessions found to those that `answer` holds too.
+uint32_t intersect_sessions(Match &match, IndexListPtr answer) noexcept {
   kivo_index_list *both = nullptr;
-  const uint32_t result = kivo_index_list_intersection(sessions.get(), answer.get(), &both);
+  const uint32_t result = kivo_index_list_intersection(match.sessions.get(), answer.get(), &both);
   if (result != KIVO_INDEX_LIST_OK) {
     kivo_trace_error(msg::kMatchSessionsIntersect, error_text(result));
     return result;
   }
-  if (both == nullptr) kivo_trace_event(msg::kMatchSessionsEmpty, error_text(PLATFORM_OK));
-  sessions.reset(both);
-  return both != nullptr ? PLATFORM_OK : kNothingMatches;
+  if (both == nullptr) {
+    kivo_trace_event(msg::kMatchSessionsEmpty, error_text(PLATFORM_OK));
+    return end_match(match);
+  }
+  match.sessions.reset(both);
+  return PLATFORM_OK;
 }
 
 // Takes the attribute in hand into account.
-uint32_t match_attribute(kivo_db *db, ListCursor &cursor, AttrInHand &attr,
-                         IndexListPtr &sessions) noexcept {
+uint32_t match_attribute(kivo_db *db, ListCursor &cursor, AttrInHand &attr, Match &match) noexcept {
   uint32_t status = cursor.read(attr);
   if (status != PLATFORM_OK) {
     kivo_trace_error(msg::kMatchSessionsGetFailed, error_text(status));
@@ -58,11 +69,10 @@ uint32_t match_attribute(kivo_db *db, ListCursor &cursor, AttrInHand &attr,
   }
   if (count == 0) {
     kivo_trace_event(msg::kMatchSessionsNoLabels, static_cast<int>(attr.type));
-    sessions.reset();
-    return kNothingMatches;
+    return end_match(match);
   }
-  if (sessions != nullptr) return intersect_sessions(sessions, std::move(answer));
-  sessions = std::move(answer);
+  if (match.sessions != nullptr) return intersect_sessions(match, std::move(answer));
+  match.sessions = std::move(answer);
   return PLATFORM_OK;
 }
 
@@ -80,22 +90,21 @@ uint32_t kivo_match_sessions_from_list(kivo_db *db, uint32_t attr_list, kivo_ind
   *count = 0;
   *list = nullptr;
   kivo_trace_event(msg::kMatchSessions, db->db_name);
-  IndexListPtr sessions;
+  Match match;
   uint32_t status = walk_list(attr_list, [&](ListCursor &cursor, AttrInHand &attr) noexcept {
-    return match_attribute(db, cursor, attr, sessions);
+    return match_attribute(db, cursor, attr, match);
   });
-  if (status == kNothingMatches) status = PLATFORM_OK;
-  if (status != PLATFORM_OK) return status;
-  if (sessions == nullptr) {
+  if (status != PLATFORM_OK && !match.is_over) return status;
+  if (match.sessions == nullptr) {
     kivo_trace_event(msg::kMatchSessionsNone, static_cast<void *>(db));
     return PLATFORM_OK;
   }
-  status = kivo_index_list_size(sessions.get(), count);
+  status = kivo_index_list_size(match.sessions.get(), count);
   if (status != KIVO_INDEX_LIST_OK) {
     kivo_trace_error(msg::kMatchSessionsSize, error_text(status));
     return status;
   }
-  *list = sessions.release();
+  *list = match.sessions.release();
   return PLATFORM_OK;
 }
 

@@ -90,6 +90,7 @@ class LibrarySessions::List {
 
 LibrarySessions::LibrarySessions() {
   g_library = this;
+  kivo_notify_old_value = {};  // as the model begins, also when the program has run before
   for (uint32_t db = 0; db < kDatabases; ++db) {
     std::vector<kivo_attr_config> rows;
     for (const TypeRow &row : kTypes) {

@@ -113,7 +113,7 @@ void compare_everything(Sequence &run) {
   const PlainSessions &plain = run.plain();
   run.both([](Sessions &s) { return s.all_sessions(0); });
   for (const auto &[label, record] : plain.records()) {
-    run.both([&](Sessions &s) { return s.merge(label, {}); });
+    run.both([at = label](Sessions &s) { return s.merge(at, {}); });
     compare_identities(label, record);
   }
   for (uint32_t list = 0; list < kLists; ++list) {
