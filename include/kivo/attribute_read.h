@@ -13,8 +13,8 @@
  * type    not 0.
  * value   receives the address of the stored bytes, null when the record lacks the type.
  * length  receives their number, 0 then; for type 10 all addresses.
- * Returns 0, also for an absent attribute; KIVO_ERR_INVALID_ARG (outputs untouched); KIVO_ERR_FAILED
- * when the attribute service fails. */
+ * Returns 0, also for an absent attribute; KIVO_ERR_INVALID_ARG (outputs untouched);
+ * KIVO_ERR_FAILED when the attribute service fails. */
 KIVO_API uint32_t kivo_get_attr_from_record(kivo_db *db, attrdb_record *record, uint32_t type,
                                             const void **value, uint32_t *length) KIVO_NOEXCEPT;
 

@@ -16,8 +16,8 @@
  * db      not checked; with a null one nobody is told.
  * record  not null.
  * type    not 0.
- * Returns 0, also for an absent attribute (nobody is told then); KIVO_ERR_INVALID_ARG; the attribute
- * service's status. A failed notification is traced only. */
+ * Returns 0, also for an absent attribute (nobody is told then); KIVO_ERR_INVALID_ARG; the
+ * attribute service's status. A failed notification is traced only. */
 KIVO_API uint32_t kivo_remove_attr_from_record_by_type(kivo_db *db, attrdb_record *record,
                                                        uint32_t type) KIVO_NOEXCEPT;
 
@@ -29,14 +29,12 @@ KIVO_API uint32_t kivo_remove_attr_from_record_by_type(kivo_db *db, attrdb_recor
 KIVO_API uint32_t kivo_remove_attrs_by_type(kivo_db *db, uint32_t label, attrdb_record *record,
                                             const uint32_t *types, uint32_t n_types) KIVO_NOEXCEPT;
 
-/* Removes one value of a type and then announces it. External identities are removed from the shadow
- * record, by their subtype.
- * length  bytes of value; not checked, the store has its own rules.
- * value   may be null, which the store refuses, and may lie in the record.
- * Returns 0, also when the announcement fails (traced); KIVO_ERR_INVALID_ARG (record or db null, type
- * 0); the status of the removal (nobody is told then). */
-KIVO_API uint32_t kivo_remove_attr_from_record_by_type_and_value(kivo_db *db,
-                                                                 attrdb_record *record,
+/* Removes one value of a type and then announces it. External identities are removed from the
+ * shadow record, by their subtype. length  bytes of value; not checked, the store has its own
+ * rules. value   may be null, which the store refuses, and may lie in the record. Returns 0, also
+ * when the announcement fails (traced); KIVO_ERR_INVALID_ARG (record or db null, type 0); the
+ * status of the removal (nobody is told then). */
+KIVO_API uint32_t kivo_remove_attr_from_record_by_type_and_value(kivo_db *db, attrdb_record *record,
                                                                  uint32_t type, uint32_t length,
                                                                  const void *value) KIVO_NOEXCEPT;
 

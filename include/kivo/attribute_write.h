@@ -24,8 +24,8 @@
  * service (nothing written), or of the notification (written).
  * Cost: the write, and one look at the acceleration table. */
 KIVO_API uint32_t kivo_add_or_update_attr(kivo_db *db, uint32_t label, attrdb_record *record,
-                                          uint32_t type, const void *value, uint32_t size)
-    KIVO_NOEXCEPT;
+                                          uint32_t type, const void *value,
+                                          uint32_t size) KIVO_NOEXCEPT;
 
 /* Writes every attribute of a list, in its order; each write is announced right after it, with
  * action 1 when it changed the record, else 0. External identities (shadow_db.h) go to the record's
@@ -42,16 +42,14 @@ KIVO_API uint32_t kivo_add_or_update_attr_list(kivo_db *db, uint32_t label, attr
 KIVO_API uint32_t kivo_clean_and_add_attr_list(kivo_db *db, uint32_t label, attrdb_record *record,
                                                uint32_t attr_list) KIVO_NOEXCEPT;
 
-/* Adds one attribute to a record at hand and announces it, with action 1 when it changed the record,
- * else 0. As with all the add operations below, a value that is there is replaced, as by an update;
- * they differ in their checks, in when they notify and in what they return. External identities go
- * to the record's own attributes.
- * db      not checked: with a null one the attribute is written, and nobody is told.
- * record  not null; its label is what callbacks are told.
- * value   size bytes; may lie in the record itself.
- * size    1 to 65,535 bytes. Above 255 the value is written, but cannot be announced.
- * Returns 0, also when the notification fails (traced); KIVO_ERR_INVALID_ARG; the attribute service's
- * status (nothing written, nobody told). */
+/* Adds one attribute to a record at hand and announces it, with action 1 when it changed the
+ * record, else 0. As with all the add operations below, a value that is there is replaced, as by an
+ * update; they differ in their checks, in when they notify and in what they return. External
+ * identities go to the record's own attributes. db      not checked: with a null one the attribute
+ * is written, and nobody is told. record  not null; its label is what callbacks are told. value
+ * size bytes; may lie in the record itself. size    1 to 65,535 bytes. Above 255 the value is
+ * written, but cannot be announced. Returns 0, also when the notification fails (traced);
+ * KIVO_ERR_INVALID_ARG; the attribute service's status (nothing written, nobody told). */
 KIVO_API uint32_t kivo_add_attr_to_record(kivo_db *db, attrdb_record *record, uint32_t type,
                                           const void *value, uint32_t size) KIVO_NOEXCEPT;
 

@@ -3,10 +3,10 @@
  * Conventions:
  * 1. A process holds two databases at the most, one for each client id.
  * 2. The handle is the address of a plain record that clients may read; only the library writes it.
- * 3. A type that the configuration names is an accel type: it has an entry in the acceleration table,
- *    is reached in constant time and can be registered for. An accel type whose row is indexed is
- *    looked up through the record store's indexes. Records take attributes of other types too; their
- *    changes are not announced. */
+ * 3. A type that the configuration names is an accel type: it has an entry in the acceleration
+ * table, is reached in constant time and can be registered for. An accel type whose row is indexed
+ * is looked up through the record store's indexes. Records take attributes of other types too;
+ * their changes are not announced. */
 #ifndef KIVO_DATABASE_H
 #define KIVO_DATABASE_H
 
@@ -33,13 +33,13 @@ KIVO_API const uint32_t KIVO_ATTR_SIZES_NEW[9];
 /* Names of the size classes of record pools, for hosts; the library does not use them. */
 KIVO_API const char *const kivo_record_config_name_info[4];
 
-#define KIVO_NAME_SIZE              32u /* bytes of a name field, with its NUL */
-#define KIVO_ATTR_TYPES             (AAA_ATTR_TYPE_MAX + 1) /* slots 0..1490 */
-#define KIVO_CLIENTS_PER_PROCESS    2u
-#define KIVO_INDEX_KIND_NONE        UINT32_C(6) /* the record store keeps no index of the type */
-#define KIVO_CLIENT_FLAG_VALID      UINT32_C(1)
-#define KIVO_SLOT_NONE              UINT32_C(0xffffffff)
-#define KIVO_ATTR_VALUE_DATA_SIZE   256u
+#define KIVO_NAME_SIZE            32u                     /* bytes of a name field, with its NUL */
+#define KIVO_ATTR_TYPES           (AAA_ATTR_TYPE_MAX + 1) /* slots 0..1490 */
+#define KIVO_CLIENTS_PER_PROCESS  2u
+#define KIVO_INDEX_KIND_NONE      UINT32_C(6) /* the record store keeps no index of the type */
+#define KIVO_CLIENT_FLAG_VALID    UINT32_C(1)
+#define KIVO_SLOT_NONE            UINT32_C(0xffffffff)
+#define KIVO_ATTR_VALUE_DATA_SIZE 256u
 
 typedef struct kivo_db kivo_db;
 
@@ -68,9 +68,9 @@ typedef const char *(*kivo_handle_name_cb)(kivo_db *db, uint32_t aaa_type, void 
 
 /* Who creates a database. Copied whole. */
 typedef struct kivo_client_params {
-  uint32_t flags;     /* KIVO_CLIENT_FLAG_VALID must be set; nothing else is looked at */
-  uint32_t client_id; /* identifies the client within the process; 0 leaves the entry free */
-  kivo_notify_cb notify_cb;           /* may be null: never called back */
+  uint32_t flags;           /* KIVO_CLIENT_FLAG_VALID must be set; nothing else is looked at */
+  uint32_t client_id;       /* identifies the client within the process; 0 leaves the entry free */
+  kivo_notify_cb notify_cb; /* may be null: never called back */
   kivo_handle_name_cb handle_name_cb; /* may be null */
 } kivo_client_params;
 
@@ -101,7 +101,8 @@ struct kivo_db {
   uint32_t client_id; /* 0: the entry is free */
   char owner_name[KIVO_NAME_SIZE];
   char db_name[KIVO_NAME_SIZE];
-  kivo_attr_config *attr_cfg; /* own copy, indexed_count + unindexed_count rows; null after a failure */
+  kivo_attr_config
+      *attr_cfg; /* own copy, indexed_count + unindexed_count rows; null after a failure */
   uint32_t indexed_count;
   uint32_t unindexed_count;
   kivo_accel_entry *accel_tbl;
@@ -111,25 +112,23 @@ struct kivo_db {
   uint32_t indexed_last_offset; /* offset of the last fixed-size indexed row */
   uint32_t unindexed_last_offset;
   /* Behind the given fields, the library's own: */
-  uint32_t accel_count;             /* entries of accel_tbl, whatever the row counts say */
-  uint32_t walks;                   /* dispatches and displays that walk this handle now */
-  struct kivo_abandoned *abandoned; /* what they may still look at; released when the last one ends */
+  uint32_t accel_count; /* entries of accel_tbl, whatever the row counts say */
+  uint32_t walks;       /* dispatches and displays that walk this handle now */
+  struct kivo_abandoned
+      *abandoned; /* what they may still look at; released when the last one ends */
 };
 
-/* Creates the client's database, or creates it anew: a second creation with the same client id gives
- * the same handle with a new configuration and no registrations.
- * db_name, owner_name  at most 31 characters; null is the empty name.
- * client  must have KIVO_CLIENT_FLAG_VALID; copied.
- * rows    n_rows rows, read during the call only; null gives n_rows zero rows. Of two rows with one
- *         type the later wins. At least one row must be indexed.
- * n_rows  at least 1.
- * result  receives the handle on success; untouched otherwise.
+/* Creates the client's database, or creates it anew: a second creation with the same client id
+ * gives the same handle with a new configuration and no registrations. db_name, owner_name  at most
+ * 31 characters; null is the empty name. client  must have KIVO_CLIENT_FLAG_VALID; copied. rows
+ * n_rows rows, read during the call only; null gives n_rows zero rows. Of two rows with one type
+ * the later wins. At least one row must be indexed. n_rows  at least 1. result  receives the handle
+ * on success; untouched otherwise.
  *
  * Returns 0;
- *   KIVO_ERR_INVALID_ARG  client null or without its flag, a name too long, result null, a row whose
- *                         type is above 1490 or whose data type is 9 or more: nothing has changed.
- *                         Also no indexed row, or no memory for the acceleration table: the entry
- *                         is the client's, without a configuration.
+ *   KIVO_ERR_INVALID_ARG  client null or without its flag, a name too long, result null, a row
+ * whose type is above 1490 or whose data type is 9 or more: nothing has changed. Also no indexed
+ * row, or no memory for the acceleration table: the entry is the client's, without a configuration.
  *   KIVO_ERR_NO_ROOM      two other clients have the entries: nothing has changed.
  *   KIVO_ERR_FAILED       no rows, or no memory for them: the configuration is gone, nothing else.
  * What the handle had before and is abandoned is released before the call returns, or, under a
@@ -140,8 +139,8 @@ KIVO_API uint32_t kivo_create_database(const char *db_name, const char *owner_na
                                        const kivo_attr_config *rows, uint32_t n_rows,
                                        kivo_db **result) KIVO_NOEXCEPT;
 
-/* Declared, not provided: they look at nothing, change nothing and return KIVO_ERR_FAILED. A database
- * lives as long as the process, and its creation registers the client. */
+/* Declared, not provided: they look at nothing, change nothing and return KIVO_ERR_FAILED. A
+ * database lives as long as the process, and its creation registers the client. */
 KIVO_API uint32_t kivo_destroy_database(kivo_db *db) KIVO_NOEXCEPT;
 KIVO_API uint32_t kivo_register_client(kivo_db *db, const kivo_client_params *client) KIVO_NOEXCEPT;
 KIVO_API uint32_t kivo_unregister_client(kivo_db *db, uint32_t client_id) KIVO_NOEXCEPT;
@@ -151,8 +150,8 @@ KIVO_API uint32_t kivo_unregister_client(kivo_db *db, uint32_t client_id) KIVO_N
  * out   receives the entry, or null for a type without one (status 0).
  * Returns 0; KIVO_ERR_INVALID_ARG for type 0 (also when a row has it) or a null pointer: *out is
  * untouched then. Cost: one read of the slot map. */
-KIVO_API uint32_t kivo_get_accel_from_type(uint32_t type, kivo_db *db, kivo_accel_entry **out)
-    KIVO_NOEXCEPT;
+KIVO_API uint32_t kivo_get_accel_from_type(uint32_t type, kivo_db *db,
+                                           kivo_accel_entry **out) KIVO_NOEXCEPT;
 
 /* The record store's code for the type's kind (attrdb.h); 9 for a null handle or no entry. */
 KIVO_API uint32_t kivo_get_kivo_type_from_aaa_type(kivo_db *db, uint32_t type) KIVO_NOEXCEPT;

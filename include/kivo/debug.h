@@ -1,7 +1,8 @@
 /* Debug flags, trace module ids and the gate that every trace of the library passes.
  *
  * The library's traces come in two classes: error traces (level 3) and event traces (level 6). One
- * is written when the trace facility wants the level for kivo_trace_id and then the gate is open. */
+ * is written when the trace facility wants the level for kivo_trace_id and then the gate is open.
+ */
 #ifndef KIVO_DEBUG_H
 #define KIVO_DEBUG_H
 

@@ -1,8 +1,8 @@
 /* Linkage of the library's exported names, and the status type's values.
  *
  * Conventions of all headers in this folder:
- * 1. Operations return an unsigned 32-bit status, 0 for success (platform/status.h), unless they say
- *    otherwise. "No match" is never an error.
+ * 1. Operations return an unsigned 32-bit status, 0 for success (platform/status.h), unless they
+ * say otherwise. "No match" is never an error.
  * 2. Pointers must not be null unless the argument says that they may be.
  * 3. A database handle (kivo_db) is valid for the life of the process; a record pointer until its
  *    record is deleted; a value pointer until that record is next written or deleted.
@@ -19,7 +19,7 @@
 #include "platform/status.h"
 
 #ifdef __cplusplus
-#define KIVO_API extern "C" __attribute__((visibility("default")))
+#define KIVO_API      extern "C" __attribute__((visibility("default")))
 #define KIVO_NOEXCEPT noexcept
 #else
 #define KIVO_API extern __attribute__((visibility("default")))

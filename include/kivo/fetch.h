@@ -6,7 +6,8 @@
  * 1. Arrays have room for KIVO_REPLY_SLOTS entries; nothing is written past them, also not when a
  *    database has more attribute types or when two databases have the name.
  * 2. A value slot takes a text of at most 25 characters and its NUL. Slots of values that have no
- *    text (IPv6 addresses, binaries) and slots of a search that finds nothing keep what they held. */
+ *    text (IPv6 addresses, binaries) and slots of a search that finds nothing keep what they held.
+ */
 #ifndef KIVO_FETCH_H
 #define KIVO_FETCH_H
 
@@ -21,13 +22,13 @@ typedef char kivo_value_slot[KIVO_VALUE_TEXT_LEN];
 /* The database as the last fetch found it; zero when there was none. */
 KIVO_API kivo_db client_info_show;
 
-/* Name, owner (KIVO_NAME_SIZE bytes each) and number of records; a null argument is skipped. Without
- * a database the outputs stay as they are. */
+/* Name, owner (KIVO_NAME_SIZE bytes each) and number of records; a null argument is skipped.
+ * Without a database the outputs stay as they are. */
 KIVO_API void kivo_fetch_common_header(char *name, char *owner, uint32_t *records) KIVO_NOEXCEPT;
 
 /* Position and kivo_data_type of every attribute type; the position runs on over both databases. */
-KIVO_API void kivo_fetch_attr_name_type_data(uint32_t *indexes, kivo_data_type *types)
-    KIVO_NOEXCEPT;
+KIVO_API void kivo_fetch_attr_name_type_data(uint32_t *indexes,
+                                             kivo_data_type *types) KIVO_NOEXCEPT;
 
 /* The attributes of one record as texts: of the one with this audit session id (24 characters of a
  * NUL-terminated text count, a shorter one is padded with zeros), MAC address (6 bytes), or IPv4
@@ -40,8 +41,8 @@ KIVO_API void kivo_fetch_show_records_filter_by_session_id(const char *session_i
                                                            uint32_t *indexes,
                                                            kivo_value_slot *slots) KIVO_NOEXCEPT;
 KIVO_API void kivo_fetch_show_records_filter_by_mac_addr(const void *mac, uint32_t *found,
-                                                         uint32_t *indexes, kivo_value_slot *slots)
-    KIVO_NOEXCEPT;
+                                                         uint32_t *indexes,
+                                                         kivo_value_slot *slots) KIVO_NOEXCEPT;
 KIVO_API void kivo_fetch_show_records_filter_by_ipv4_addr(const void *address, uint32_t *found,
                                                           uint32_t *indexes,
                                                           kivo_value_slot *slots) KIVO_NOEXCEPT;

@@ -1,14 +1,14 @@
 /* Label sets: growable lists of record labels in blocks of one cache line.
  *
  * Conventions:
- * 1. A list is known by the address of its first block, the head. Labels keep the order of appending
- *    and may repeat; label number i lies in block i / 12, slot i % 12.
+ * 1. A list is known by the address of its first block, the head. Labels keep the order of
+ * appending and may repeat; label number i lies in block i / 12, slot i % 12.
  * 2. Whoever creates a list, or receives one, frees it. A freed handle must not be used.
  * 3. Results are the small numbers below, not statuses of platform/status.h.
- * 4. The chain is checked where it is walked: a block without the marker is KIVO_INDEX_LIST_INVALID.
- *    Up to 768 labels every operation walks from the head. Above that appending and reading go on
- *    from a block that the library remembers, so that filling and walking are linear in all; damage
- *    in front of that block is seen by the operations that pass it.
+ * 4. The chain is checked where it is walked: a block without the marker is
+ * KIVO_INDEX_LIST_INVALID. Up to 768 labels every operation walks from the head. Above that
+ * appending and reading go on from a block that the library remembers, so that filling and walking
+ * are linear in all; damage in front of that block is seen by the operations that pass it.
  * 5. Blocks come from one pool for the process. One scratch table serves all intersections. */
 #ifndef KIVO_INDEX_LIST_H
 #define KIVO_INDEX_LIST_H
@@ -32,19 +32,19 @@ typedef struct kivo_index_list {
   uint32_t labels[KIVO_INDEX_LIST_BLOCK_LABELS];
 } kivo_index_list;
 
-/* FNV-1 hash, 32-bit, of `length` bytes. A length below 1 gives `hash`, the initial value (the usual
- * basis is 0x811c9dc5; http://www.isthe.com/chongo/tech/comp/fnv/). */
+/* FNV-1 hash, 32-bit, of `length` bytes. A length below 1 gives `hash`, the initial value (the
+ * usual basis is 0x811c9dc5; http://www.isthe.com/chongo/tech/comp/fnv/). */
 KIVO_API uint32_t fnv_32_hash(const void *buffer, int64_t length, uint32_t hash) KIVO_NOEXCEPT;
 
-/* Makes the scratch table of the intersections; done at start-up. A failure is traced. A second call
- * has no effect. */
+/* Makes the scratch table of the intersections; done at start-up. A failure is traced. A second
+ * call has no effect. */
 KIVO_API void kivo_index_list_hashtable_init(void) KIVO_NOEXCEPT;
 
 /* Makes an empty list. Returns OK or NO_MEMORY. */
 KIVO_API uint32_t kivo_index_list_create(kivo_index_list **list) KIVO_NOEXCEPT;
 
-/* Frees a list; null and a handle without the marker are ignored. A damaged block ends the walk, and
- * what follows is lost. */
+/* Frees a list; null and a handle without the marker are ignored. A damaged block ends the walk,
+ * and what follows is lost. */
 KIVO_API void kivo_index_list_free(kivo_index_list *list) KIVO_NOEXCEPT;
 
 /* Empties a list and keeps its head. Returns OK or INVALID. */
@@ -62,7 +62,8 @@ KIVO_API uint32_t kivo_index_list_add_many(kivo_index_list **list, const uint32_
 /* The number of labels. Returns OK or INVALID (*count untouched). */
 KIVO_API uint32_t kivo_index_list_size(const kivo_index_list *list, uint32_t *count) KIVO_NOEXCEPT;
 
-/* Label number `position`, counting from 0. Returns OK; INVALID; OUT_OF_RANGE (*label untouched). */
+/* Label number `position`, counting from 0. Returns OK; INVALID; OUT_OF_RANGE (*label untouched).
+ */
 KIVO_API uint32_t kivo_index_list_get(const kivo_index_list *list, uint32_t position,
                                       uint32_t *label) KIVO_NOEXCEPT;
 
@@ -70,11 +71,11 @@ KIVO_API uint32_t kivo_index_list_get(const kivo_index_list *list, uint32_t posi
  * list. A walk starts with *cursor 0. */
 KIVO_API uint32_t kivo_index_list_next(const kivo_index_list *list, uint32_t *cursor) KIVO_NOEXCEPT;
 
-/* Makes the list of every label of b that some label of a equals, in b's order, as often as b has it.
- * out  receives a list of the caller's, or null when nothing is in common.
- * Returns OK; INVALID (a null, bad or empty operand, no memory); HASH_FAILED. On error *out is null,
- * a and b are unchanged. a and b may be the same list.
- * Cost: for each label of a an entry made and removed, for each of b a look-up. */
+/* Makes the list of every label of b that some label of a equals, in b's order, as often as b has
+ * it. out  receives a list of the caller's, or null when nothing is in common. Returns OK; INVALID
+ * (a null, bad or empty operand, no memory); HASH_FAILED. On error *out is null, a and b are
+ * unchanged. a and b may be the same list. Cost: for each label of a an entry made and removed, for
+ * each of b a look-up. */
 KIVO_API uint32_t kivo_index_list_intersection(const kivo_index_list *a, const kivo_index_list *b,
                                                kivo_index_list **out) KIVO_NOEXCEPT;
 

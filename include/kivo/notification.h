@@ -35,27 +35,27 @@ KIVO_API kivo_attr_value kivo_notify_old_value;
 /* Registers for the changes of a type.
  * type     an accel type of the database.
  * actions  KIVO_ACTION_* bits, added to those of earlier calls; 0 matches nothing.
- * handle   an object of the caller whose first word the library uses as a link; it must live as long
- *          as the database. A handle sits in one queue: use one handle object for each type. The
- *          same handle again is registered once.
- * Returns 0; KIVO_ERR_INVALID_ARG for a null handle, a null database, type 0, a type without an
- * entry, or without memory: nothing has changed then. Walks the type's handles. */
+ * handle   an object of the caller whose first word the library uses as a link; it must live as
+ * long as the database. A handle sits in one queue: use one handle object for each type. The same
+ * handle again is registered once. Returns 0; KIVO_ERR_INVALID_ARG for a null handle, a null
+ * database, type 0, a type without an entry, or without memory: nothing has changed then. Walks the
+ * type's handles. */
 KIVO_API uint32_t kivo_register_attr_change_notification(kivo_db *db, uint32_t type,
-                                                         uint32_t actions, void *handle)
-    KIVO_NOEXCEPT;
+                                                         uint32_t actions,
+                                                         void *handle) KIVO_NOEXCEPT;
 
 /* Declared, not provided: changes nothing and returns KIVO_ERR_FAILED. */
 KIVO_API uint32_t kivo_deregister_attr_change_notification(kivo_db *db, uint32_t type,
-                                                           uint32_t actions, void *handle)
-    KIVO_NOEXCEPT;
+                                                           uint32_t actions,
+                                                           void *handle) KIVO_NOEXCEPT;
 
 /* Sets the old value.
  * size   0 to 255 bytes.
  * value  size bytes, copied; null only when size is 0.
- * Returns 0; KIVO_ERR_INVALID_VALUE (22) for a size of 256 or more, nothing changed. The byte behind
- * the value becomes 0; the bytes behind that stay as they were. */
-KIVO_API uint32_t kivo_set_notify_old_attr_value(uint32_t type, uint32_t size, const void *value)
-    KIVO_NOEXCEPT;
+ * Returns 0; KIVO_ERR_INVALID_VALUE (22) for a size of 256 or more, nothing changed. The byte
+ * behind the value becomes 0; the bytes behind that stay as they were. */
+KIVO_API uint32_t kivo_set_notify_old_attr_value(uint32_t type, uint32_t size,
+                                                 const void *value) KIVO_NOEXCEPT;
 
 /* Clears the old value: type and size 0, first byte 0. */
 KIVO_API void kivo_init_notify_old_attr(void) KIVO_NOEXCEPT;

@@ -1,11 +1,11 @@
-/* Queries that return sets of labels: several conditions one by one, a whole attribute list at once,
- * or all sessions.
+/* Queries that return sets of labels: several conditions one by one, a whole attribute list at
+ * once, or all sessions.
  *
  * Conventions:
  * 1. A list that is handed out is the caller's, to be freed with kivo_index_list_free().
  * 2. Not matching is not a failure: status 0 with no list.
- * 3. An indexed condition costs one look-up of the record store and one intersection; an unindexed one
- *    a read of every candidate. */
+ * 3. An indexed condition costs one look-up of the record store and one intersection; an unindexed
+ * one a read of every candidate. */
 #ifndef KIVO_QUERY_H
 #define KIVO_QUERY_H
 
@@ -13,10 +13,11 @@
 #include "kivo/export.h"
 #include "kivo/index_list.h"
 
-#define KIVO_MAQI_MAX_UNINDEXED   4u   /* unindexed conditions that a query can store */
-#define KIVO_MAQI_MAX_VALUE_LEN   255u /* bytes of a stored condition's value */
-#define KIVO_MAQI_EARLY_CHECK_MIN 11u  /* candidates from which an unindexed condition is checked at once */
-#define KIVO_MAQI_MANY_MATCHES    10u  /* matches from which taking the result is traced */
+#define KIVO_MAQI_MAX_UNINDEXED 4u   /* unindexed conditions that a query can store */
+#define KIVO_MAQI_MAX_VALUE_LEN 255u /* bytes of a stored condition's value */
+#define KIVO_MAQI_EARLY_CHECK_MIN \
+  11u /* candidates from which an unindexed condition is checked at once */
+#define KIVO_MAQI_MANY_MATCHES 10u /* matches from which taking the result is traced */
 
 /* A multi-attribute query. The caller provides the storage and leaves it alone between calls. A
  * query that is given up before its result is taken holds a list: take the result, or start nothing
@@ -34,8 +35,8 @@ typedef struct kivo_maqi {
  * Returns 0; KIVO_ERR_INVALID_ARG for a null pointer. */
 KIVO_API uint32_t kivo_start_multi_attr_query(kivo_db *db, kivo_maqi *query) KIVO_NOEXCEPT;
 
-/* Adds a condition: records whose attribute of this type has this value. Values of types that are not
- * indexed are compared over the condition's length; of type 10 the first six addresses are.
+/* Adds a condition: records whose attribute of this type has this value. Values of types that are
+ * not indexed are compared over the condition's length; of type 10 the first six addresses are.
  * type    1..1490.
  * value   length bytes, read during the call.
  * length  at least 1. An unindexed condition that is stored holds 255 bytes at the most.
@@ -45,11 +46,10 @@ KIVO_API uint32_t kivo_start_multi_attr_query(kivo_db *db, kivo_maqi *query) KIV
 KIVO_API uint32_t kivo_add_attr_to_query(kivo_maqi *query, uint32_t type, const void *value,
                                          uint32_t length, uint32_t *flag) KIVO_NOEXCEPT;
 
-/* Takes the result. Conditions that were stored are checked now: each must hold for one candidate at
- * least; they do not remove candidates.
- * list   receives the labels, in the order of the last indexed condition, or null.
- * count  receives their number.
- * Returns 0; KIVO_ERR_INVALID_ARG. After a result was handed out the context takes a new query. */
+/* Takes the result. Conditions that were stored are checked now: each must hold for one candidate
+ * at least; they do not remove candidates. list   receives the labels, in the order of the last
+ * indexed condition, or null. count  receives their number. Returns 0; KIVO_ERR_INVALID_ARG. After
+ * a result was handed out the context takes a new query. */
 KIVO_API uint32_t kivo_get_matches_for_query(kivo_maqi *query, kivo_index_list **list,
                                              uint32_t *count) KIVO_NOEXCEPT;
 
@@ -57,18 +57,19 @@ KIVO_API uint32_t kivo_get_matches_for_query(kivo_maqi *query, kivo_index_list *
  * without an acceleration entry neither narrow nor widen the result.
  * list   receives the labels, in the order of the last attribute's answer, or null.
  * count  receives their number.
- * Returns 0; KIVO_ERR_INVALID_ARG; KIVO_ERR_NO_CURSOR; the status of a cursor step or of the store; the
- * index list results 1, 2 and 3. On failure there is no list. */
+ * Returns 0; KIVO_ERR_INVALID_ARG; KIVO_ERR_NO_CURSOR; the status of a cursor step or of the store;
+ * the index list results 1, 2 and 3. On failure there is no list. */
 KIVO_API uint32_t kivo_match_sessions_from_list(kivo_db *db, uint32_t attr_list,
-                                                kivo_index_list **list, uint32_t *count)
-    KIVO_NOEXCEPT;
+                                                kivo_index_list **list,
+                                                uint32_t *count) KIVO_NOEXCEPT;
 
 /* Lists all sessions of the record store, in the order of its walk.
  * db     only tested for presence.
  * list   receives the labels.
  * count  receives the store's number of records.
- * Returns 0; KIVO_ERR_INVALID_ARG (nothing written); KIVO_ERR_NO_MEMORY (count 0, *list untouched). */
-KIVO_API uint32_t kivo_get_session_list(kivo_db *db, kivo_index_list **list, uint32_t *count)
-    KIVO_NOEXCEPT;
+ * Returns 0; KIVO_ERR_INVALID_ARG (nothing written); KIVO_ERR_NO_MEMORY (count 0, *list untouched).
+ */
+KIVO_API uint32_t kivo_get_session_list(kivo_db *db, kivo_index_list **list,
+                                        uint32_t *count) KIVO_NOEXCEPT;
 
 #endif

@@ -36,11 +36,12 @@ KIVO_API uint32_t kivo_delete_record(kivo_db *db, uint32_t label) KIVO_NOEXCEPT;
  * Returns 0; KIVO_ERR_INVALID_ARG for a bad argument; the store's status (the set and the count are
  * then as the store left them). Cost: one look-up and the labels found. */
 KIVO_API uint32_t kivo_match_labels_by_attr(kivo_db *db, uint32_t type, const void *value,
-                                            uint32_t size, kivo_index_list **list, uint32_t *count)
-    KIVO_NOEXCEPT;
+                                            uint32_t size, kivo_index_list **list,
+                                            uint32_t *count) KIVO_NOEXCEPT;
 
 /* Finds the lowest label that has a value, 0 when nobody has it. db is not looked at.
- * Returns 0; KIVO_ERR_INVALID_ARG (*label untouched); the store's status (*label 0). One look-up. */
+ * Returns 0; KIVO_ERR_INVALID_ARG (*label untouched); the store's status (*label 0). One look-up.
+ */
 KIVO_API uint32_t kivo_match_label_by_attr(kivo_db *db, uint32_t type, const void *value,
                                            uint32_t size, uint32_t *label) KIVO_NOEXCEPT;
 
@@ -54,7 +55,8 @@ KIVO_API uint32_t kivo_match_record_by_attr(kivo_db *db, uint32_t type, const vo
 KIVO_API uint32_t kivo_get_next_if_id(uint32_t after, uint32_t *next) KIVO_NOEXCEPT;
 
 /* Copies a record's attributes into an attribute list, but for the types that the list has.
- * Returns KIVO_ERR_FAILED for a null record, else the attribute service's status. db may be null. */
+ * Returns KIVO_ERR_FAILED for a null record, else the attribute service's status. db may be null.
+ */
 KIVO_API uint32_t kivo_merge_rec_to_list_without_replace(kivo_db *db, attrdb_record *record,
                                                          uint32_t attr_list) KIVO_NOEXCEPT;
 

@@ -1,9 +1,9 @@
-/* Shadow records: the external identities of a session. Seven attribute types whose values begin with
- * a 16-bit subtype in host order; a type holds one identity for each subtype, newest first.
+/* Shadow records: the external identities of a session. Seven attribute types whose values begin
+ * with a 16-bit subtype in host order; a type holds one identity for each subtype, newest first.
  *
  * Conventions:
- * 1. A shadow record belongs to its session's attribute context, which makes it on first request and
- *    destroys it (auth_mgr_idc_get_shadow_record_in_ctxt(), platform/auth_mgr_idc.h).
+ * 1. A shadow record belongs to its session's attribute context, which makes it on first request
+ * and destroys it (auth_mgr_idc_get_shadow_record_in_ctxt(), platform/auth_mgr_idc.h).
  * 2. Its traces go to the host application's trace module, at levels 3, 7 and 8.
  * 3. Nothing here notifies; the attribute writes do. */
 #ifndef KIVO_SHADOW_DB_H
@@ -37,8 +37,8 @@ KIVO_API variable_chunk_pool *shadow_attr_chunk;
 KIVO_API const char *const shadowdb_attr_chunk_config_name_info[SHADOWDB_VALUE_CLASSES];
 KIVO_API const uint32_t shadowdb_attr_chunk_config_id_info[SHADOWDB_VALUE_CLASSES];
 
-/* 1 when the type is an external identity (1124 to 1129 and 1248): *index receives its slot, 0 to 6.
- * Else 0, with *index untouched. */
+/* 1 when the type is an external identity (1124 to 1129 and 1248): *index receives its slot, 0
+ * to 6. Else 0, with *index untouched. */
 KIVO_API uint32_t kivo_check_is_shadow_attrib(uint32_t type, uint32_t *index) KIVO_NOEXCEPT;
 
 /* Makes the value pool if it is not there. Without memory a later call tries again. */
@@ -59,14 +59,14 @@ KIVO_API uint32_t shadowdb_destroy_record(shadowdb_rec *record) KIVO_NOEXCEPT;
  * Returns 0; 22 for a null record; KIVO_ERR_INVALID_ARG (null value with a length, index or length
  * too large); KIVO_ERR_NO_MEMORY. On error the record is unchanged. */
 KIVO_API uint32_t shadowdb_add_or_update_attr(shadowdb_rec *record, uint32_t index, uint32_t type,
-                                              const void *value, uint32_t length, uint32_t *changed)
-    KIVO_NOEXCEPT;
+                                              const void *value, uint32_t length,
+                                              uint32_t *changed) KIVO_NOEXCEPT;
 
 /* Removes the identity with the value's subtype; the rest of the value is not compared.
  * length  only tells that a value of one byte has no subtype word (subtype 1 then).
  * value   null means subtype 1, else two readable bytes unless length is 1.
- * Returns 0, also when there is none (traced); KIVO_ERR_INVALID_ARG for a null record or an index of
- * 7 or more. */
+ * Returns 0, also when there is none (traced); KIVO_ERR_INVALID_ARG for a null record or an index
+ * of 7 or more. */
 KIVO_API uint32_t shadowdb_remove_attr(shadowdb_rec *record, uint32_t index, uint32_t type,
                                        uint32_t length, const void *value) KIVO_NOEXCEPT;
 
@@ -78,12 +78,13 @@ KIVO_API uint32_t shadowdb_get_session_attribute(const shadowdb_rec *record, uin
                                                  uint32_t index) KIVO_NOEXCEPT;
 
 /* The same for all slots, 0 to 6; slots without entries are passed over. */
-KIVO_API uint32_t shadowdb_get_session_attributes(const shadowdb_rec *record, uint32_t attr_list)
-    KIVO_NOEXCEPT;
+KIVO_API uint32_t shadowdb_get_session_attributes(const shadowdb_rec *record,
+                                                  uint32_t attr_list) KIVO_NOEXCEPT;
 
 /* Prints a session's identities on the console, values as hexadecimal bytes, 16 a line.
  * Returns 0; KIVO_ERR_INVALID_ARG for a null database or label 0; the store's status;
- * KIVO_ERR_NOT_FOUND for a label without a record, or a record whose shadow record cannot be made. */
+ * KIVO_ERR_NOT_FOUND for a label without a record, or a record whose shadow record cannot be made.
+ */
 KIVO_API uint32_t shadowdb_show_rec(kivo_db *db, uint32_t label) KIVO_NOEXCEPT;
 
 #endif

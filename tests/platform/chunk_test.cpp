@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "support/failing_new.h"
 #include "platform/named_alloc.h"
+#include "support/failing_new.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // since a process has one store.
 #include <gtest/gtest.h>
 
-#include "support/memory_faults.h"
 #include "platform/attrdb.h"
+#include "support/memory_faults.h"
 
 namespace {
 

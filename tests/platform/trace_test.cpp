@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "support/failing_new.h"
 #include "platform/status.h"
+#include "support/failing_new.h"
 
 // Stands in for the C library's: what would go to the system's log is kept here.
 static std::string g_syslog;
