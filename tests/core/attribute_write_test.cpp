@@ -12,21 +12,11 @@
 
 using kivo_test::find_record;
 using kivo_test::stored_bytes;
-using kivo_test::TraceLine;
+using kivo_test::Texts;
 using kivo_test::TraceLog;
+using kivo_test::traces;
 
 namespace {
-
-using Texts = std::vector<std::string>;
-
-// The library's own traces since the last call, each behind its level.
-Texts traces(TraceLog &log) {
-  Texts texts;
-  for (const TraceLine &line : log.take()) {
-    if (line.module == kivo_trace_id) texts.push_back(std::to_string(line.level) + " " + line.text);
-  }
-  return texts;
-}
 
 Texts g_changes;  // "label type/action value"
 void record_change(kivo_db *, uint32_t label, uint32_t, const kivo_attr_value *value,

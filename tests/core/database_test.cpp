@@ -14,21 +14,11 @@
 #include "support/process.h"
 #include "support/trace_log.h"
 
-using kivo_test::TraceLine;
+using kivo_test::Texts;
 using kivo_test::TraceLog;
+using kivo_test::traces;
 
 namespace {
-
-using Texts = std::vector<std::string>;
-
-// The library's own traces since the last call, each behind its level.
-Texts traces(TraceLog &log) {
-  Texts texts;
-  for (const TraceLine &line : log.take()) {
-    if (line.module == kivo_trace_id) texts.push_back(std::to_string(line.level) + " " + line.text);
-  }
-  return texts;
-}
 
 constexpr kivo_attr_config kRows[] = {{1, 0, KIVO_DATA_TYPE_VAR_STR},
                                       {8, 6, KIVO_DATA_TYPE_IPV4_ADDR}};

@@ -10,21 +10,11 @@
 #include "support/trace_log.h"
 
 using kivo_test::find_record;
-using kivo_test::TraceLine;
+using kivo_test::Texts;
 using kivo_test::TraceLog;
+using kivo_test::traces;
 
 namespace {
-
-using Texts = std::vector<std::string>;
-
-// The library's own traces since the last call, each behind its level.
-Texts traces(TraceLog &log) {
-  Texts texts;
-  for (const TraceLine &line : log.take()) {
-    if (line.module == kivo_trace_id) texts.push_back(std::to_string(line.level) + " " + line.text);
-  }
-  return texts;
-}
 
 int g_changes = 0;
 

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "kivo/debug.h"
+
 namespace kivo_test {
 
 TraceLog::TraceLog() {
@@ -30,6 +32,14 @@ std::vector<std::string> TraceLog::texts(uint32_t level) {
   std::vector<std::string> texts;
   for (TraceLine &line : take()) {
     if (line.level == level) texts.push_back(std::move(line.text));
+  }
+  return texts;
+}
+
+Texts traces(TraceLog &log) {
+  Texts texts;
+  for (const TraceLine &line : log.take()) {
+    if (line.module == kivo_trace_id) texts.push_back(std::to_string(line.level) + " " + line.text);
   }
   return texts;
 }

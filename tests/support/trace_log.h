@@ -17,6 +17,8 @@ struct TraceLine {
   bool operator==(const TraceLine &) const = default;
 };
 
+using Texts = std::vector<std::string>;
+
 class TraceLog {
  public:
   TraceLog();
@@ -33,5 +35,9 @@ class TraceLog {
   static void receive(const trace_record *record, void *arg);
   std::vector<TraceLine> lines_;
 };
+
+// The library's own traces since the last call, each behind its level: "3 get attr: invalid
+// params".
+Texts traces(TraceLog &log);
 
 }  // namespace kivo_test
