@@ -1,5 +1,5 @@
-// The add operations: they write alike and differ in their checks, in when they announce and in what
-// they return.
+// The add operations: they write alike and differ in their checks, in when they announce and in
+// what they return.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -85,17 +85,19 @@ TEST_F(Adding, ChecksArgumentsInAnOrderOfItsOwn) {
     std::function<uint32_t()> add;
     const char *trace;
   } table[] = {
-      {"to record, no size", [&] { return kivo_add_attr_to_record(nullptr, record_, kUser, "a", 0); },
+      {"to record, no size",
+       [&] { return kivo_add_attr_to_record(nullptr, record_, kUser, "a", 0); },
        "3 add attr to record: invalid params"},
-      {"to record, no record",
-       [&] { return kivo_add_attr_to_record(db_, nullptr, kUser, "a", 1); },
+      {"to record, no record", [&] { return kivo_add_attr_to_record(db_, nullptr, kUser, "a", 1); },
        "3 add attr to record: invalid params"},
       {"by label, type 0 before the database",
        [&] { return kivo_add_attr(nullptr, kLabel, nullptr, 0, "a", 1); },
        "3 add attr to label: invalid params"},
-      {"by label, no database", [&] { return kivo_add_attr(nullptr, kLabel, nullptr, kUser, "a", 1); },
+      {"by label, no database",
+       [&] { return kivo_add_attr(nullptr, kLabel, nullptr, kUser, "a", 1); },
        "3 Add attr list: invlaid params"},
-      {"list 0 before the database", [&] { return kivo_add_attr_list(nullptr, kLabel, nullptr, 0); },
+      {"list 0 before the database",
+       [&] { return kivo_add_attr_list(nullptr, kLabel, nullptr, 0); },
        "3 add attr list: invalid params"},
       {"list, no database", [&] { return kivo_add_attr_list(nullptr, kLabel, nullptr, 7); },
        "3 Add attr list: invalid params"},

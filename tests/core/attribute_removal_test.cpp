@@ -83,23 +83,22 @@ class Removal : public ::testing::Test {
 
 TEST_F(Removal, ByTypeAnnouncesBeforeAndByValueAfterwards) {
   store(kUser, "ann");
-  EXPECT_EQ((Texts{"1/2 3 97 3"}), changes_of([&] {
-              return kivo_remove_attr_from_record_by_type(db_, record_, kUser);
-            }));
+  EXPECT_EQ((Texts{"1/2 3 97 3"}),
+            changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kUser); }));
   store(kUser, "bob");
   EXPECT_EQ((Texts{"1/2 3 98 0"}), changes_of([&] {
               return kivo_remove_attr_from_record_by_type_and_value(db_, record_, kUser, 3, "bob");
             }));
-  EXPECT_EQ(Texts{}, changes_of([&] {
-              return kivo_remove_attr_from_record_by_type(db_, record_, kUser);
-            }));
+  EXPECT_EQ(Texts{},
+            changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kUser); }));
 }
 
 TEST_F(Removal, OfEightAddressesAnnouncesSixAndRemovesAll) {
   store_addresses(8);
-  EXPECT_EQ((Texts{"10/2 16 1 128", "10/2 16 2 128", "10/2 16 3 128", "10/2 16 4 128",
-                   "10/2 16 5 128", "10/2 16 6 128"}),
-            changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kAddresses); }));
+  EXPECT_EQ(
+      (Texts{"10/2 16 1 128", "10/2 16 2 128", "10/2 16 3 128", "10/2 16 4 128", "10/2 16 5 128",
+             "10/2 16 6 128"}),
+      changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kAddresses); }));
   EXPECT_TRUE(stored_bytes(kLabel, kAddresses).empty());
 }
 
@@ -110,8 +109,9 @@ TEST_F(Removal, AnnouncesTheAddressesAsTheyWereWhateverCallbacksWrite) {
     EXPECT_EQ(0u, auth_mgr_idc_remove_attr_by_type_and_value(record_->ctxt, kAddresses, first, 16));
     store(AAA_ATTR_METHOD, g_changes.size() % 2 != 0 ? "a longer value than before" : "x");
   };
-  EXPECT_EQ((Texts{"10/2 16 1 48", "10/2 16 2 32", "10/2 16 3 16"}),
-            changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kAddresses); }));
+  EXPECT_EQ((Texts{"10/2 16 1 48", "10/2 16 2 32", "10/2 16 3 16"}), changes_of([&] {
+              return kivo_remove_attr_from_record_by_type(db_, record_, kAddresses);
+            }));
   EXPECT_TRUE(stored_bytes(kLabel, kAddresses).empty());
 }
 
@@ -133,9 +133,8 @@ TEST_F(Removal, OfSeveralTypesGoesOnAndReturnsTheLastFailure) {
   EXPECT_EQ((Texts{"1/2 3 97 3"}),
             changes_of([&] { return kivo_remove_attrs_by_type(db_, kLabel, nullptr, types, 4); },
                        KIVO_ERR_INVALID_ARG));
-  EXPECT_EQ(Texts{}, changes_of([&] {
-              return kivo_remove_attrs_by_type(db_, 404, nullptr, types, 4);
-            }));
+  EXPECT_EQ(Texts{},
+            changes_of([&] { return kivo_remove_attrs_by_type(db_, 404, nullptr, types, 4); }));
 }
 
 TEST_F(Removal, ReachesIdentitiesByValueOnly) {
@@ -169,7 +168,8 @@ TEST_F(Removal, RefusesBadArgumentsWithItsOwnTexts) {
   } table[] = {
       {"by type, no record", [&] { return kivo_remove_attr_from_record_by_type(db_, nullptr, 1); },
        KIVO_ERR_INVALID_ARG, "3 remove attrs: invalid params"},
-      {"several, no database", [&] { return kivo_remove_attrs_by_type(nullptr, 5, nullptr, types, 1); },
+      {"several, no database",
+       [&] { return kivo_remove_attrs_by_type(nullptr, 5, nullptr, types, 1); },
        KIVO_ERR_INVALID_ARG, "3 remove attrs: invalid params"},
       {"several, none", [&] { return kivo_remove_attrs_by_type(db_, 5, nullptr, types, 0); },
        KIVO_ERR_INVALID_ARG, "3 remove attrs: invalid params"},
