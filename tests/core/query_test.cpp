@@ -1,5 +1,5 @@
-// Multi-attribute queries: conditions one by one, the two thresholds, the state without matches, and
-// which path gives the candidates back. Label 1 to kRecords; interface 9 is everybody's.
+// Multi-attribute queries: conditions one by one, the two thresholds, the state without matches,
+// and which path gives the candidates back. Label 1 to kRecords; interface 9 is everybody's.
 #include "kivo/query.h"
 
 #include <gtest/gtest.h>
@@ -20,8 +20,8 @@ namespace {
 using Labels = std::vector<uint32_t>;
 
 constexpr uint32_t kRecords = 12;
-constexpr uint32_t kShared = AAA_ATTR_INTERFACE_ID;  // indexed: 9 for all records
-constexpr uint32_t kHalf = AAA_ATTR_DOMAIN;          // indexed: "odd" or "even"
+constexpr uint32_t kShared = AAA_ATTR_INTERFACE_ID;   // indexed: 9 for all records
+constexpr uint32_t kHalf = AAA_ATTR_DOMAIN;           // indexed: "odd" or "even"
 constexpr uint32_t kPlain = AAA_ATTR_CALLED_STATION;  // not indexed: "station-" and the label
 constexpr uint32_t kNoEntry = AAA_ATTR_METHOD;        // not of the database: "radius"
 
@@ -37,11 +37,11 @@ class Query : public ::testing::Test {
  protected:
   Query() {
     kivo_test::reset_process();
-    db_ = kivo_test::create_database(1, {{kShared, 0, KIVO_DATA_TYPE_INT32},
-                                         {kHalf, 0, KIVO_DATA_TYPE_VAR_STR},
-                                         {kPlain, KIVO_INDEX_KIND_NONE, KIVO_DATA_TYPE_VAR_STR},
-                                         {AAA_ATTR_IPV6_ADDRESSES, KIVO_INDEX_KIND_NONE,
-                                          KIVO_DATA_TYPE_IPV6_ADDR}});
+    db_ = kivo_test::create_database(
+        1, {{kShared, 0, KIVO_DATA_TYPE_INT32},
+            {kHalf, 0, KIVO_DATA_TYPE_VAR_STR},
+            {kPlain, KIVO_INDEX_KIND_NONE, KIVO_DATA_TYPE_VAR_STR},
+            {AAA_ATTR_IPV6_ADDRESSES, KIVO_INDEX_KIND_NONE, KIVO_DATA_TYPE_IPV6_ADDR}});
     for (uint32_t label = 1; label <= kRecords; ++label) make_record(label);
     start();
     kivo_debug_level_all = 1;
@@ -55,9 +55,9 @@ class Query : public ::testing::Test {
   }
 
   static void write(uint32_t label, uint32_t type, const std::string &value) {
-    EXPECT_EQ(0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(label)->ctxt, type,
-                                                  value.data(),
-                                                  static_cast<uint32_t>(value.size()), nullptr));
+    EXPECT_EQ(
+        0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(label)->ctxt, type, value.data(),
+                                            static_cast<uint32_t>(value.size()), nullptr));
   }
   void make_record(uint32_t label) {
     EXPECT_EQ(0u, kivo_create_record(db_, label, nullptr));
@@ -109,16 +109,20 @@ TEST_F(Query, ThatCanMatchNothingStaysSoUntilItIsStartedAnew) {
     std::vector<std::pair<uint32_t, std::string>> conditions;  // the last ends it
     const char *trace;
   } table[] = {
-      {"no labels", {{kHalf, "none"}},
+      {"no labels",
+       {{kHalf, "none"}},
        "6 add_attr_to_multi_query index attr no matches: type 2 indexed 1"},
-      {"no intersection", {{kHalf, "odd"}, {kHalf, "even"}},
+      {"no intersection",
+       {{kHalf, "odd"}, {kHalf, "even"}},
        "6 add_attr_to_multi_query index attr no intersect: type 2 indexed 1"},
-      {"no candidate of many", {{kShared, interface(9)}, {kPlain, "nowhere"}},
+      {"no candidate of many",
+       {{kShared, interface(9)}, {kPlain, "nowhere"}},
        "6 add_attr_to_multi_query unindex attr no match: type 14 indexed 0"},
       {"a fifth unindexed condition",
        {{kPlain, "s"}, {kPlain, "s"}, {kPlain, "s"}, {kNoEntry, "r"}, {kPlain, "s"}},
        "6 add_attr_to_multi_query: Too many unindexed attrs"},
-      {"a condition too long to store", {{kPlain, std::string(256, 'x')}},
+      {"a condition too long to store",
+       {{kPlain, std::string(256, 'x')}},
        "6 add_attr_to_multi_query: Too many unindexed attrs"},
   };
   for (const auto &row : table) {

@@ -25,9 +25,10 @@ class SessionMatch : public ::testing::Test {
  protected:
   SessionMatch() {
     kivo_test::reset_process();
-    db_ = kivo_test::create_database(1, {{kUser, 0, KIVO_DATA_TYPE_VAR_STR},
-                                         {kDomain, 0, KIVO_DATA_TYPE_VAR_STR},
-                                         {kUnindexed, KIVO_INDEX_KIND_NONE, KIVO_DATA_TYPE_VAR_STR}});
+    db_ =
+        kivo_test::create_database(1, {{kUser, 0, KIVO_DATA_TYPE_VAR_STR},
+                                       {kDomain, 0, KIVO_DATA_TYPE_VAR_STR},
+                                       {kUnindexed, KIVO_INDEX_KIND_NONE, KIVO_DATA_TYPE_VAR_STR}});
     for (uint32_t label = 6; label >= 1; --label) {
       EXPECT_EQ(0u, kivo_create_record(db_, label, nullptr));
       write(label, kUser, label <= 4 ? "ann" : "bob");
@@ -38,9 +39,9 @@ class SessionMatch : public ::testing::Test {
   }
 
   static void write(uint32_t label, uint32_t type, const std::string &value) {
-    EXPECT_EQ(0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(label)->ctxt, type,
-                                                  value.data(),
-                                                  static_cast<uint32_t>(value.size()), nullptr));
+    EXPECT_EQ(
+        0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(label)->ctxt, type, value.data(),
+                                            static_cast<uint32_t>(value.size()), nullptr));
   }
 
   Labels match(uint32_t attr_list, uint32_t status = 0) {

@@ -140,6 +140,67 @@ void list_is_written_in_order(World &w) {
   for (size_t i = 1; i < std::size(written); ++i) EXPECT_LE(written[i], written[i - 1]) << i;
 }
 
+// Two indexed conditions with thirteen sessions, an unindexed one that is checked at once, and the
+// result. Whatever fails, the query holds nothing afterwards.
+uint32_t query(World &w) {
+  kivo_maqi query;
+  uint32_t flag = 0;
+  uint32_t count = 0;
+  kivo_index_list *found = nullptr;
+  uint32_t status = kivo_start_multi_attr_query(w.db, &query);
+  for (const uint32_t type : {AAA_ATTR_USER_NAME, AAA_ATTR_USER_NAME, AAA_ATTR_AUDIT_SESSION_ID}) {
+    const std::string value = type == AAA_ATTR_USER_NAME ? "ann" : kAuditId;
+    if (status == 0) {
+      status = kivo_add_attr_to_query(&query, type, value.data(),
+                                      static_cast<uint32_t>(value.size()), &flag);
+    }
+  }
+  EXPECT_EQ(status == 0, flag == 1);
+  EXPECT_EQ(status == 0 ? 13u : 0u, query.num_candidates);
+  if (status == 0) status = kivo_get_matches_for_query(&query, &found, &count);
+  EXPECT_EQ(status == 0 ? 13u : 0u, count);
+  EXPECT_EQ(nullptr, query.candidates);
+  kivo_index_list_free(found);
+  return status;
+}
+
+// One indexed condition and one that is stored, checked when the result is taken.
+uint32_t late_query(World &w) {
+  kivo_maqi query;
+  uint32_t flag = 0;
+  uint32_t count = 0;
+  kivo_index_list *found = nullptr;
+  uint32_t status = kivo_start_multi_attr_query(w.db, &query);
+  if (status == 0)
+    status = kivo_add_attr_to_query(&query, AAA_ATTR_AUDIT_SESSION_ID, kAuditId, 24, &flag);
+  if (status == 0) status = kivo_add_attr_to_query(&query, AAA_ATTR_USER_NAME, "ann", 3, &flag);
+  if (status == 0) status = kivo_get_matches_for_query(&query, &found, &count);
+  EXPECT_EQ(status == 0 ? 1u : 0u, count);
+  EXPECT_EQ(nullptr, query.candidates);
+  kivo_index_list_free(found);
+  return status;
+}
+
+uint32_t match_sessions(World &w) {
+  kivo_index_list *found = nullptr;
+  uint32_t count = 0;
+  const uint32_t status = kivo_match_sessions_from_list(w.db, w.list.handle(), &found, &count);
+  EXPECT_EQ(status == 0 ? 13u : 0u, count);
+  EXPECT_EQ(status == 0, found != nullptr);
+  kivo_index_list_free(found);
+  return status;
+}
+
+// A partial walk is not detected: only the list's own creation fails.
+uint32_t list_sessions(World &w) {
+  kivo_index_list *all = nullptr;
+  uint32_t count = 0;
+  const uint32_t status = kivo_get_session_list(w.db, &all, &count);
+  EXPECT_EQ(status == 0 ? 13u : 0u, count);
+  kivo_index_list_free(all);
+  return status;
+}
+
 void prepare_show(World &w) {
   create_database(1, {{AAA_ATTR_USER_NAME, 0, KIVO_DATA_TYPE_VAR_STR},
                       {AAA_ATTR_INTERFACE, 6, KIVO_DATA_TYPE_INT32},
@@ -175,6 +236,26 @@ std::vector<Operation> operations() {
      [](World &) { EXPECT_EQ("s-1", World::stored(AAA_ATTR_SESSION_ID)); EXPECT_EQ("11/1 ", notified); }},
     {"ListUpdate", [](World &w) { return kivo_add_or_update_attr_list(w.db, kSession, nullptr, w.list.handle()); }, list_failures, list_is_written, fill_list, 0, list_is_written_in_order},
     {"ListClean", [](World &w) { return kivo_clean_and_add_attr_list(w.db, kSession, nullptr, w.list.handle()); }, list_failures, list_is_written, fill_list, 0, list_is_written_in_order},
+    {"AddToRecord", [](World &w) { return kivo_add_attr_to_record(w.db, w.record, AAA_ATTR_SESSION_ID, "s-1", 3); }, {kDead}, [](World &) { EXPECT_EQ("s-1", World::stored(AAA_ATTR_SESSION_ID)); }},
+    {"AddByLabel", [](World &w) { return kivo_add_attr(w.db, kSession, nullptr, AAA_ATTR_SESSION_ID, "s-1", 3); }, {kDead}, [](World &) { EXPECT_EQ("s-1", World::stored(AAA_ATTR_SESSION_ID)); }},
+    {"AddList", [](World &w) { return kivo_add_attr_list(w.db, kSession, nullptr, w.list.handle()); }, {kDead, KIVO_ERR_NO_CURSOR}, [](World &) { EXPECT_EQ("eth0", World::stored(AAA_ATTR_INTERFACE_NAME)); }, fill_list},
+    {"UpdateInRecord", [](World &w) { return kivo_add_or_update_attr_to_record(w.db, w.record, AAA_ATTR_SESSION_ID, "s-1", 3); }, {kDead}, [](World &) { EXPECT_EQ("s-1", World::stored(AAA_ATTR_SESSION_ID)); }},
+    {"RemovalByType", [](World &w) { return kivo_remove_attr_from_record_by_type(w.db, w.record, AAA_ATTR_SESSION_ID); }, {kDead},
+     [](World &) { EXPECT_FALSE(World::holds(AAA_ATTR_SESSION_ID)); }, [](World &w) { w.write(AAA_ATTR_SESSION_ID, "s-1"); }},
+    {"RemovalOfTypes", [](World &w) { const uint32_t types[] = {AAA_ATTR_SESSION_ID, AAA_ATTR_METHOD}; return kivo_remove_attrs_by_type(w.db, kSession, nullptr, types, 2); }, {kDead},
+     [](World &) { EXPECT_FALSE(World::holds(AAA_ATTR_SESSION_ID)); }, [](World &w) { w.write(AAA_ATTR_SESSION_ID, "s-1"); }},
+    {"RemovalByValue", [](World &w) { return kivo_remove_attr_from_record_by_type_and_value(w.db, w.record, AAA_ATTR_SESSION_ID, 3, "s-1"); }, {kDead},
+     [](World &) { EXPECT_FALSE(World::holds(AAA_ATTR_SESSION_ID)); }, [](World &w) { w.write(AAA_ATTR_SESSION_ID, "s-1"); }},
+    {"RemovalOfIdentity", [](World &w) { return kivo_remove_attr_from_record_by_type_and_value(w.db, w.record, AAA_ATTR_EXT_DEVICE, 3, identity(6, "y").data()); }, {KIVO_ERR_INVALID_ARG},
+     [](World &w) { EXPECT_EQ((Ids{{5, "x"}}), w.identities()); }, [](World &w) { w.write_identity(6, "y"); }},
+    {"Query", query, {KIVO_ERR_INVALID_ARG, no_memory}, nullptr, name_twelve_more},
+    {"LateQuery", late_query, {KIVO_ERR_INVALID_ARG, no_memory}, nullptr,
+     [](World &w) { w.db = create_database(1, {{AAA_ATTR_AUDIT_SESSION_ID, 0, KIVO_DATA_TYPE_SESN_GUID}}); }},
+    {"SessionMatch", match_sessions, {kDead, ATTRDB_ERR_NO_MEMORY, KIVO_ERR_NO_CURSOR, KIVO_INDEX_LIST_NO_MEMORY, KIVO_INDEX_LIST_INVALID, KIVO_INDEX_LIST_HASH_FAILED}, nullptr,
+     [](World &w) { name_twelve_more(w); w.list.add(AAA_ATTR_USER_NAME, "ann").add(AAA_ATTR_METHOD, "mac").add(AAA_ATTR_USER_NAME, "ann"); }},
+    {"SessionList", list_sessions, {0, no_memory}, nullptr, name_twelve_more},
+    {"Listing", [](World &w) { kivo_show_all_records(1); return w.console.take().empty() ? 1u : 0u; }, {0}},
+    {"Fetch", [](World &) { uint32_t found = 1; uint32_t indexes[KIVO_REPLY_SLOTS]; kivo_value_slot slots[KIVO_REPLY_SLOTS]; kivo_fetch_show_records_filter_by_session_id(kAuditId, &found, indexes, slots); return found == 1 ? 0u : kDead; }, {0, kDead}},
     {"ShadowRecord", destroy_new_shadow_record, {0}, nullptr, nullptr, 1},
     {"Identity", [](World &w) { return w.write_identity(6, "y"); }, {no_memory}, [](World &w) { EXPECT_EQ((Ids{{5, "x"}, {6, "y"}}), w.identities()); }},
     {"LongIdentity", [](World &w) { return w.write_identity(6, std::string(300, 'y')); }, {no_memory}, [](World &w) { EXPECT_EQ(std::string(300, 'y'), w.identities()[6]); }},
