@@ -42,8 +42,8 @@ class Fetch : public ::testing::Test {
   }
   static void store(uint32_t type, const std::string &value) {
     ASSERT_EQ(0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(kLabel)->ctxt, type,
-                                                  value.data(),
-                                                  static_cast<uint32_t>(value.size()), nullptr));
+                                                  value.data(), static_cast<uint32_t>(value.size()),
+                                                  nullptr));
   }
   // What the slot of a value holds, whatever else the record has.
   std::string fetched(uint32_t type, kivo_data_type kind, const std::string &value) {
@@ -97,8 +97,8 @@ TEST_F(Fetch, RendersEveryKindIntoItsSlot) {
 
 TEST_F(Fetch, FindsTheRecordByEachKeyAndTellsWhenThereIsNone) {
   make_record();
-  kivo_test::create_database(1, {{AAA_ATTR_IPV4_ADDRESS, 0, KIVO_DATA_TYPE_IPV4_ADDR},
-                                 {0, 0, KIVO_DATA_TYPE_INT32}});
+  kivo_test::create_database(
+      1, {{AAA_ATTR_IPV4_ADDRESS, 0, KIVO_DATA_TYPE_IPV4_ADDR}, {0, 0, KIVO_DATA_TYPE_INT32}});
   const std::string longer = std::string(kAuditId) + "more";
   const uint8_t other[6] = {};
   const struct {

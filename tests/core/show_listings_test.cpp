@@ -47,9 +47,9 @@ class Listings : public ::testing::Test {
   }
 
   static void store(uint32_t label, uint32_t type, const std::string &value) {
-    ASSERT_EQ(0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(label)->ctxt, type,
-                                                  value.data(),
-                                                  static_cast<uint32_t>(value.size()), nullptr));
+    ASSERT_EQ(
+        0u, auth_mgr_idc_add_or_update_attr(kivo_test::find_record(label)->ctxt, type, value.data(),
+                                            static_cast<uint32_t>(value.size()), nullptr));
   }
   static std::string address(char last) {
     return std::string("\x20\x01\x0d\xb8", 4) + std::string(11, '\0') + last;
@@ -76,9 +76,9 @@ TEST_F(Listings, OfEveryRecordHaveEveryKindAndTheIdentities) {
   make_full_record(0x1f);
   ASSERT_EQ(0u, attrdb_create_and_insert_primary_record(nullptr, 7));
   uint32_t changed = 0;
-  shadowdb_rec *shadow =
-      auth_mgr_idc_get_shadow_record_in_ctxt(kivo_test::find_record(7)->ctxt);
-  ASSERT_EQ(0u, shadowdb_add_or_update_attr(shadow, 1, AAA_ATTR_EXT_USER, "\x05\x00x", 3, &changed));
+  shadowdb_rec *shadow = auth_mgr_idc_get_shadow_record_in_ctxt(kivo_test::find_record(7)->ctxt);
+  ASSERT_EQ(0u,
+            shadowdb_add_or_update_attr(shadow, 1, AAA_ATTR_EXT_USER, "\x05\x00x", 3, &changed));
   kivo_show_all_records(1);
   EXPECT_EQ(kHeader + record_heading(0, 2, "0x1f") + line("user-name", "ann") +
                 line("port", "0x2a") + line("start-time", "0x200000001") +
@@ -126,10 +126,11 @@ TEST_F(Listings, NameTheAttributeTypesWithTheirNumbers) {
   kivo_test::create_database(1, {{AAA_ATTR_EXT_LOCATION, 6, KIVO_DATA_TYPE_VAR_BIN},
                                  {AAA_ATTR_USER_NAME, 0, KIVO_DATA_TYPE_VAR_STR}});
   kivo_show_attrs_short(db_);
-  EXPECT_EQ("\n\nAttribute Name                  Id          Type      "
-            "\nexternal-location              1248       VAR BIN   "
-            "\nuser-name                      1          VAR STR   ",
-            console_.take());
+  EXPECT_EQ(
+      "\n\nAttribute Name                  Id          Type      "
+      "\nexternal-location              1248       VAR BIN   "
+      "\nuser-name                      1          VAR STR   ",
+      console_.take());
 }
 
 TEST_F(Listings, OfNothingWriteNothing) {
