@@ -1,7 +1,7 @@
-// Queries of two conditions beside what a C++ program would do with containers of its own: an eighth
-// of all sessions by their domain and a quarter by their method, with a thirty-second of them as the
-// result, and 48 sessions of one interface, of which six are of the domain. Every answer is compared
-// with the peers' before anything is measured.
+// Queries of two conditions beside what a C++ program would do with containers of its own: an
+// eighth of all sessions by their domain and a quarter by their method, with a thirty-second of
+// them as the result, and 48 sessions of one interface, of which six are of the domain. Every
+// answer is compared with the peers' before anything is measured.
 //
 // Usage: query_bench [--records=1000000] [--rounds=3] [Google Benchmark's flags]
 #include <absl/container/flat_hash_map.h>
@@ -44,10 +44,9 @@ struct Labelled {
 namespace mi = boost::multi_index;
 using MultiIndex = mi::multi_index_container<
     Labelled,
-    mi::indexed_by<
-        mi::hashed_unique<mi::member<Labelled, uint32_t, &Labelled::label>>,
-        mi::hashed_non_unique<mi::member<Labelled, uint8_t, &Labelled::domain>>,
-        mi::hashed_non_unique<mi::member<Labelled, uint32_t, &Labelled::interface_id>>>>;
+    mi::indexed_by<mi::hashed_unique<mi::member<Labelled, uint32_t, &Labelled::label>>,
+                   mi::hashed_non_unique<mi::member<Labelled, uint8_t, &Labelled::domain>>,
+                   mi::hashed_non_unique<mi::member<Labelled, uint32_t, &Labelled::interface_id>>>>;
 
 // The first condition through an index, the second tested per element.
 Labels ask_multi_index(const MultiIndex &peer, Question question, const Wanted &wanted) {
@@ -186,9 +185,12 @@ class Queries {
     const Value interface = {AAA_ATTR_INTERFACE_ID, &wanted_.interface_id,
                              sizeof(wanted_.interface_id)};
     switch (question) {
-      case Question::kDomainMethod: return ask_kivo(db_, domain, method);
-      case Question::kInterfaceDomain: return ask_kivo(db_, interface, domain);
-      case Question::kDomainInterface: return ask_kivo(db_, domain, interface);
+      case Question::kDomainMethod:
+        return ask_kivo(db_, domain, method);
+      case Question::kInterfaceDomain:
+        return ask_kivo(db_, interface, domain);
+      case Question::kDomainInterface:
+        return ask_kivo(db_, domain, interface);
     }
     return nullptr;
   }

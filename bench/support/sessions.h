@@ -1,6 +1,7 @@
-// The sessions that the store's measurements work on: a number makes a session, and a fixed seed its
-// labels, so that two runs, and two containers in one run, hold the same. Eight attributes, seven of
-// them indexed: of a million sessions 48 share an interface, an eighth a domain, a quarter a method.
+// The sessions that the store's measurements work on: a number makes a session, and a fixed seed
+// its labels, so that two runs, and two containers in one run, hold the same. Eight attributes,
+// seven of them indexed: of a million sessions 48 share an interface, an eighth a domain, a quarter
+// a method.
 #pragma once
 
 #include <cstdint>

@@ -264,4 +264,44 @@ TEST_F(Kivod, FailsWhenItsOutputCannotBeWritten) {
   EXPECT_EQ(1, run({KIVOD_PATH, "--replay", kDay}, "/dev/null", "/dev/full").status);
 }
 
+// Two sessions, and one that stopped: what each listing says of them.
+TEST_F(Kivod, ListsAndMatchesWhatIsLive) {
+  const auto record = [](const char *status, const char *id, const char *user) {
+    return std::string("Mon Nov 16 07:00:00 2026\n\tAcct-Status-Type = ") + status +
+           "\n\tNAS-IP-Address = 192.0.2.11\n\tAcct-Session-Id = \"" + id + "\"\n\tUser-Name = \"" +
+           user + "\"\n\tAcct-Multi-Session-Id = \"0A0000010000002A5F3C9B7E\"" +
+           "\n\tNAS-Port = 3\n\tEvent-Timestamp = \"Nov 16 2026 07:00:00 UTC\"\n\n";
+  };
+  const std::string log = file(
+      "log", record("Start", "a", "ann@example.net") + record("Start", "b", "bob@example.net") +
+                 record("Start", "c", "eve@example.org") + record("Stop", "c", "eve@example.org"));
+  const std::string header =
+      "\n" + std::string(66, '-') + "\nDATABASE          : ATTR_DB\nOWNER             : kivod";
+  EXPECT_EQ(header +
+                "\nTotal Sessions    : 2\nMAC Sessions      : 0\nSwidb Sessions    : 2"
+                "\nIIF-ID Sessions    : 2\nDomain Sessions   : 2\nMethod Sessions   : 0"
+                "\nAudit Sessions    : 2\nSess-id Sessions  : 2\n",
+            kivod({"--quiet", "--replay", log, "--counts"}).out);
+  const Ended match = kivod({"--quiet", "--replay", log, "--match",
+                             "domain=example.net, port=3, user-name=bob@example.net"});
+  EXPECT_EQ(0, match.status);
+  EXPECT_EQ(
+      "LABEL  USER             MAC  IPV4  IPV6  SERVER      INTERFACE  SESSION  METHOD  START\n"
+      "2      bob@example.net                   192.0.2.11             b                "
+      "2026-11-16T07:00:00Z\n"
+      "1 sessions\n",
+      match.out);
+  EXPECT_EQ("0 sessions\n",
+            kivod({"--quiet", "--replay", log, "--match", "domain=example.org"}).out);
+  const std::string records = kivod({"--quiet", "--replay", log, "--records"}).out;
+  EXPECT_EQ(0u, records.find(header + "\n\nDisplaying Record: [0/2]\nUnique Label: 0x1\n"));
+  EXPECT_NE(std::string::npos, records.find("\nuser-name                     : bob@example.net"));
+  const std::string attributes = kivod({"--quiet", "--replay", log, "--attributes"}).out;
+  EXPECT_NE(std::string::npos,
+            attributes.find("\naudit-session-id               819        SESN_GUID "));
+  for (const char *bad : {"port=3", "colour=red"}) {
+    EXPECT_EQ(2, kivod({"--quiet", "--replay", log, "--match", bad}).status) << bad;
+  }
+}
+
 }  // namespace
