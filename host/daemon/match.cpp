@@ -11,23 +11,12 @@
 
 #include "kivo/query.h"
 #include "kivo/records.h"
-#include "platform/auth_mgr_idc.h"
 #include "sessions/handles.h"
+#include "sessions/stored_value.h"
 #include "text_table.h"
 
 namespace kivod {
 namespace {
-
-std::string_view read(const attrdb_record &record, uint32_t type) {
-  const void *value = nullptr;
-  uint32_t size = 0;
-  uint32_t count = 0;
-  if (auth_mgr_idc_get_attr(record.ctxt, type, &value, &size, &count) != PLATFORM_OK ||
-      value == nullptr) {
-    return {};
-  }
-  return {static_cast<const char *>(value), size};
-}
 
 std::string text_cell(std::string_view bytes) { return printable(bytes); }
 
@@ -84,9 +73,10 @@ TextTable make_table() {
 std::vector<std::string> make_row(const attrdb_record &record) {
   std::vector<std::string> cells = {std::to_string(record.label)};
   for (const Column &column : kColumns) {
-    const std::string_view bytes = read(record, column.type);
+    const std::string_view bytes = stored_value(record, column.type);
     const bool use_instead = bytes.empty() && column.instead != 0;
-    cells.push_back(use_instead ? text_cell(read(record, column.instead)) : column.cell(bytes));
+    cells.push_back(use_instead ? text_cell(stored_value(record, column.instead))
+                                : column.cell(bytes));
   }
   return cells;
 }
@@ -98,7 +88,7 @@ bool is_indexed(kivo_db *db, const AttrCondition &condition) {
 }
 
 bool meets(const attrdb_record &record, const AttrCondition &condition) {
-  const std::string_view stored = read(record, condition.type);
+  const std::string_view stored = stored_value(record, condition.type);
   if (condition.type != AAA_ATTR_IPV6_ADDRESSES) return stored == condition.bytes;
   for (size_t i = 0; i < stored.size(); i += condition.bytes.size()) {
     if (stored.substr(i, condition.bytes.size()) == condition.bytes) return true;

@@ -46,7 +46,9 @@ TEST_F(BadInput, ValuesOfEverySizeAreStoredWholeOrRefused) {
     uint32_t empty, unannounced;  // statuses for 0 bytes and for 256 and more
   } table[] = {
       {"add or update",
-       [&](auto *v, uint32_t n) { return kivo_add_or_update_attr(db_, kLabel, nullptr, kType, v, n); },
+       [&](auto *v, uint32_t n) {
+         return kivo_add_or_update_attr(db_, kLabel, nullptr, kType, v, n);
+       },
        KIVO_ERR_INVALID_ARG, KIVO_ERR_INVALID_ARG},
       {"add", [&](auto *v, uint32_t n) { return kivo_add_attr(db_, kLabel, nullptr, kType, v, n); },
        KIVO_ERR_INVALID_ARG, 0},
@@ -55,8 +57,8 @@ TEST_F(BadInput, ValuesOfEverySizeAreStoredWholeOrRefused) {
          return kivo_add_or_update_attr_to_record(db_, record_, kType, v, n);
        },
        KIVO_ERR_INVALID_ARG, 0},
-      {"list update",
-       [&](auto *, uint32_t n) { return by_list(kivo_add_or_update_attr_list, n); }, 0, 0},
+      {"list update", [&](auto *, uint32_t n) { return by_list(kivo_add_or_update_attr_list, n); },
+       0, 0},
       {"list clean", [&](auto *, uint32_t n) { return by_list(kivo_clean_and_add_attr_list, n); },
        KIVO_ERR_INVALID_ARG, KIVO_ERR_INVALID_ARG},
       {"list add", [&](auto *, uint32_t n) { return by_list(kivo_add_attr_list, n); },

@@ -85,8 +85,8 @@ TEST(TextTable, NeverLetsANameSteerTheTerminal) {
       {"zo\xc3\xab", "zo\xc3\xab"},
       {"\x1b[2J", "\\x1b[2J"},
       {std::string("a\0b", 3), "a\\x00b"},
-      {"\xc2\x9b", "\\xc2\\x9b"},        // a control character of two bytes
-      {"\xff\xc3", "\\xff\\xc3"},        // no UTF-8, and a sequence cut short
+      {"\xc2\x9b", "\\xc2\\x9b"},  // a control character of two bytes
+      {"\xff\xc3", "\\xff\\xc3"},  // no UTF-8, and a sequence cut short
       {"\xe2\x82\xac 5", "\xe2\x82\xac 5"},
   };
   for (const auto &row : table) EXPECT_EQ(row.shown, kivod::printable(row.text));

@@ -17,6 +17,7 @@
 #include "kivo/records.h"
 #include "kivo/shadow_db.h"
 #include "platform/error_text.h"
+#include "stored_value.h"
 
 namespace kivod {
 namespace {
@@ -35,20 +36,9 @@ bool check(uint32_t status, const char *step) {
   return false;
 }
 
-Bytes read(const attrdb_record *record, uint32_t type) {
-  const void *value = nullptr;
-  uint32_t size = 0;
-  uint32_t count = 0;
-  if (auth_mgr_idc_get_attr(record->ctxt, type, &value, &size, &count) != PLATFORM_OK ||
-      value == nullptr) {
-    return {};
-  }
-  return {static_cast<const char *>(value), size};
-}
-
 uint32_t interface_of(const attrdb_record *record) {
   uint32_t id = 0;
-  const Bytes stored = read(record, AAA_ATTR_INTERFACE_ID);
+  const Bytes stored = stored_value(*record, AAA_ATTR_INTERFACE_ID);
   if (stored.size() == sizeof(id)) std::memcpy(&id, stored.data(), sizeof(id));
   return id;
 }
@@ -69,7 +59,7 @@ void remove_value(kivo_db *db, attrdb_record *record, uint32_t type, Bytes value
 // Removes the addresses that the event does not name any more.
 void remove_stale_addresses(kivo_db *db, attrdb_record *record, const EventValues &values) {
   constexpr size_t kSize = 16;
-  const std::string stored(read(record, AAA_ATTR_IPV6_ADDRESSES));
+  const std::string stored(stored_value(*record, AAA_ATTR_IPV6_ADDRESSES));
   for (size_t i = 0; i + kSize <= stored.size(); i += kSize) {
     const Bytes address = Bytes(stored).substr(i, kSize);
     const bool named = std::ranges::any_of(values.all(), [&](const EventValue &value) {
@@ -197,8 +187,8 @@ Outcome SessionTable::start_or_update(const AccountingEvent &event, const Identi
   }
   if (write(event, identity, record, true)) return Outcome::kStarted;
   // Without its keys nothing would ever find the session again.
-  if (read(record, AAA_ATTR_SESSION_KEY) != identity.session ||
-      read(record, AAA_ATTR_ACCESS_SERVER_KEY) != identity.server) {
+  if (stored_value(*record, AAA_ATTR_SESSION_KEY) != identity.session ||
+      stored_value(*record, AAA_ATTR_ACCESS_SERVER_KEY) != identity.server) {
     remove_session(record);
   }
   return Outcome::kFailed;
@@ -217,7 +207,7 @@ bool SessionTable::write(const AccountingEvent &event, const Identity &identity,
   for (const EventValue &value : event.values.all()) list.add(value.type, value.bytes);
   list.add_word(AAA_ATTR_UPDATE_TIME, now);
   if (event.values.find(AAA_ATTR_AUDIT_SESSION_ID) == nullptr &&
-      read(record, AAA_ATTR_AUDIT_SESSION_ID).empty()) {
+      stored_value(*record, AAA_ATTR_AUDIT_SESSION_ID).empty()) {
     list.add(AAA_ATTR_AUDIT_SESSION_ID,
              make_audit_session_id(identity.server, ++last_audit_id_, now).data());
   }
