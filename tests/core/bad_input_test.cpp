@@ -119,4 +119,131 @@ TEST_F(BadInput, ListsThatAreGoneAreRefusedByEveryOperation) {
   EXPECT_TRUE(kivo_test::stored_bytes(kLabel, kType).empty());
 }
 
+// What a query says of a condition, and the sessions that it then finds.
+std::pair<uint32_t, uint32_t> ask(kivo_db *db, uint32_t type, const std::string &value) {
+  kivo_maqi query;
+  uint32_t flag = 77;
+  EXPECT_EQ(0u, kivo_start_multi_attr_query(db, &query));
+  EXPECT_EQ(0u, kivo_add_attr_to_query(&query, AAA_ATTR_DOMAIN, "kept", 4, &flag));
+  EXPECT_EQ(0u, kivo_add_attr_to_query(&query, type, value.data(),
+                                       static_cast<uint32_t>(value.size()), &flag));
+  kivo_index_list *found = nullptr;
+  uint32_t count = 77;
+  EXPECT_EQ(0u, kivo_get_matches_for_query(&query, &found, &count));
+  kivo_index_list_free(found);
+  return {flag, count};
+}
+
+// Looked for and removed by value: all of it counts, whatever its size; one other byte, or one byte
+// less, is another value.
+TEST_F(BadInput, ValuesOfEverySizeAreFoundAndRemovedByAllTheirBytes) {
+  using Answer = std::pair<uint32_t, uint32_t>;
+  db_ = kivo_test::create_database(
+      1, {{kType, 0, KIVO_DATA_TYPE_VAR_STR}, {AAA_ATTR_DOMAIN, 0, KIVO_DATA_TYPE_VAR_STR}});
+  for (const uint32_t size : {1u, 255u, 256u, 65535u}) {
+    const std::string value(size, 'x');
+    std::string other = value;
+    other.back() = 'y';
+    for (const uint32_t type : {kType, uint32_t{AAA_ATTR_CALLED_STATION}}) {
+      EXPECT_EQ(0u, kivo_add_attr_to_record(db_, record_, type, value.data(), size));
+    }
+    for (const bool is_stored : {true, false}) {
+      const std::string &wanted = is_stored ? value : other;
+      kivo_test::AttrList list;
+      list.add(kType, wanted.data(), size);
+      kivo_index_list *found = nullptr;
+      uint32_t count = 77;
+      EXPECT_EQ(0u, kivo_match_sessions_from_list(db_, list.handle(), &found, &count)) << size;
+      EXPECT_EQ(is_stored ? 1u : 0u, count) << size;
+      kivo_index_list_free(found);
+      uint32_t label = 77;
+      EXPECT_EQ(0u, kivo_match_label_by_attr(db_, kType, wanted.data(), size, &label)) << size;
+      EXPECT_EQ(is_stored ? kLabel : 0, label) << size;
+      EXPECT_EQ((is_stored ? Answer{1, 1} : Answer{0, 0}), ask(db_, kType, wanted)) << size;
+      // A condition that is not indexed is stored up to 255 bytes, and compared at the end.
+      EXPECT_EQ((Answer{size <= 255, is_stored && size <= 255}),
+                ask(db_, AAA_ATTR_CALLED_STATION, wanted))
+          << size;
+    }
+    const auto remove = [&](const std::string &bytes) {
+      return kivo_remove_attr_from_record_by_type_and_value(
+          db_, record_, kType, static_cast<uint32_t>(bytes.size()), bytes.data());
+    };
+    EXPECT_EQ(AAA_ERR_NOT_FOUND, remove(other)) << size;
+    EXPECT_EQ(AAA_ERR_NOT_FOUND, remove(value.substr(1))) << size;
+    EXPECT_EQ(size, kivo_test::stored_bytes(kLabel, kType).size());
+    EXPECT_EQ(0u, remove(value)) << size;
+    EXPECT_EQ(AAA_ERR_NOT_FOUND, remove(value)) << size;
+  }
+}
+
+TEST_F(BadInput, MissingArgumentsAreRefusedAndNoOutputIsWritten) {
+  const auto untouched_list = reinterpret_cast<kivo_index_list *>(1);
+  const auto untouched_record = reinterpret_cast<attrdb_record *>(1);
+  kivo_index_list *list = untouched_list;
+  attrdb_record *record = untouched_record;
+  const void *value = &list;
+  uint32_t n = 77;
+  kivo_maqi query;
+  const uint32_t types[] = {AAA_ATTR_DOMAIN};
+  kivo_test::AttrList attrs;
+  const uint32_t attr_list = attrs.add(kType, "ann").handle();
+  const auto remove_value = kivo_remove_attr_from_record_by_type_and_value;
+  // clang-format off
+  const struct {
+    const char *what;
+    std::function<uint32_t()> call;
+  } table[] = {
+      {"add to no record", [&] { return kivo_add_attr_to_record(db_, nullptr, kType, "a", 1); }},
+      {"add type 0 to record", [&] { return kivo_add_attr_to_record(db_, record_, 0, "a", 1); }},
+      {"add no value to record", [&] { return kivo_add_attr_to_record(db_, record_, kType, nullptr, 1); }},
+      {"add to label 0", [&] { return kivo_add_attr(db_, 0, nullptr, kType, "a", 1); }},
+      {"add without database", [&] { return kivo_add_attr(nullptr, kLabel, record_, kType, "a", 1); }},
+      {"add no value", [&] { return kivo_add_attr(db_, kLabel, nullptr, kType, nullptr, 1); }},
+      {"add list to label 0", [&] { return kivo_add_attr_list(db_, 0, nullptr, attr_list); }},
+      {"add list without database", [&] { return kivo_add_attr_list(nullptr, kLabel, record_, attr_list); }},
+      {"update in no record", [&] { return kivo_add_or_update_attr_to_record(db_, nullptr, kType, "a", 1); }},
+      {"update type 0", [&] { return kivo_add_or_update_attr_to_record(db_, record_, 0, "a", 1); }},
+      {"remove from no record", [&] { return kivo_remove_attr_from_record_by_type(db_, nullptr, AAA_ATTR_DOMAIN); }},
+      {"remove type 0", [&] { return kivo_remove_attr_from_record_by_type(db_, record_, 0); }},
+      {"remove types from label 0", [&] { return kivo_remove_attrs_by_type(db_, 0, nullptr, types, 1); }},
+      {"remove without database", [&] { return kivo_remove_attrs_by_type(nullptr, kLabel, record_, types, 1); }},
+      {"remove no types", [&] { return kivo_remove_attrs_by_type(db_, kLabel, nullptr, nullptr, 1); }},
+      {"remove 0 types", [&] { return kivo_remove_attrs_by_type(db_, kLabel, nullptr, types, 0); }},
+      {"remove value from no record", [&] { return remove_value(db_, nullptr, AAA_ATTR_DOMAIN, 4, "kept"); }},
+      {"remove value without database", [&] { return remove_value(nullptr, record_, AAA_ATTR_DOMAIN, 4, "kept"); }},
+      {"remove value of type 0", [&] { return remove_value(db_, record_, 0, 4, "kept"); }},
+      {"query without database", [&] { return kivo_start_multi_attr_query(nullptr, &query); }},
+      {"query without context", [&] { return kivo_start_multi_attr_query(db_, nullptr); }},
+      {"condition without context", [&] { return kivo_add_attr_to_query(nullptr, kType, "a", 1, &n); }},
+      {"matches without context", [&] { return kivo_get_matches_for_query(nullptr, &list, &n); }},
+      {"matches without list", [&] { return kivo_get_matches_for_query(&query, nullptr, &n); }},
+      {"matches without count", [&] { return kivo_get_matches_for_query(&query, &list, nullptr); }},
+      {"match without database", [&] { return kivo_match_sessions_from_list(nullptr, attr_list, &list, &n); }},
+      {"match list 0", [&] { return kivo_match_sessions_from_list(db_, 0, &list, &n); }},
+      {"match without list", [&] { return kivo_match_sessions_from_list(db_, attr_list, nullptr, &n); }},
+      {"match without count", [&] { return kivo_match_sessions_from_list(db_, attr_list, &list, nullptr); }},
+      {"sessions without database", [&] { return kivo_get_session_list(nullptr, &list, &n); }},
+      {"sessions without list", [&] { return kivo_get_session_list(db_, nullptr, &n); }},
+      {"sessions without count", [&] { return kivo_get_session_list(db_, &list, nullptr); }},
+      {"labels of type 0", [&] { return kivo_match_labels_by_attr(db_, 0, "a", 1, &list, &n); }},
+      {"labels of no bytes", [&] { return kivo_match_labels_by_attr(db_, kType, "a", 0, &list, &n); }},
+      {"label of type 0", [&] { return kivo_match_label_by_attr(db_, 0, "a", 1, &n); }},
+      {"record of no value", [&] { return kivo_match_record_by_attr(db_, kType, nullptr, 1, &record); }},
+      {"record without database", [&] { return kivo_get_record(nullptr, kLabel, &record); }},
+      {"value of type 0", [&] { return kivo_get_attr(db_, kLabel, nullptr, 0, &value, &n); }},
+      {"value of no record", [&] { return kivo_get_attr_from_record(db_, nullptr, kType, &value, &n); }},
+      {"registration of type 0", [&] { return kivo_register_attr_change_notification(db_, 0, 1, &list); }},
+      {"registration without handle", [&] { return kivo_register_attr_change_notification(db_, kType, 1, nullptr); }},
+  };
+  // clang-format on
+  EXPECT_EQ(0u, kivo_start_multi_attr_query(db_, &query));
+  for (const auto &row : table) {
+    EXPECT_EQ(KIVO_ERR_INVALID_ARG, row.call()) << row.what;
+    EXPECT_TRUE(list == untouched_list && record == untouched_record && n == 77 && value == &list)
+        << row.what;
+  }
+  EXPECT_TRUE(kivo_test::stored_bytes(kLabel, kType).empty());
+}
+
 }  // namespace

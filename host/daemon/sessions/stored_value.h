@@ -8,8 +8,8 @@
 
 namespace kivod {
 
-// The bytes that a record stores for a type, all addresses for IPv6; empty when it has none. They hold
-// until the record is next written or deleted.
+// The bytes that a record stores for a type, all addresses for IPv6; empty when it has none. They
+// hold until the record is next written or deleted.
 inline std::string_view stored_value(const attrdb_record &record, uint32_t type) noexcept {
   const void *value = nullptr;
   uint32_t size = 0;
