@@ -28,9 +28,14 @@ constexpr uint32_t kLabel = 5;
 constexpr uint32_t kNoRecord = 6;
 constexpr uint32_t kUnsupported = 1491;
 
-Texts g_changes;  // "label type/action"
+Texts g_changes;      // "label type/action"
+std::string g_bytes;  // the last announced value
+std::string g_old;    // and the old value that came with it, behind its type
 void record_change(kivo_db *, uint32_t label, uint32_t, const kivo_attr_value *value,
-                   const kivo_attr_value *, uint32_t action, platform_queue *) {
+                   const kivo_attr_value *old_value, uint32_t action, platform_queue *) {
+  g_bytes.assign(reinterpret_cast<const char *>(value->data), value->size);
+  g_old = std::to_string(old_value->aaa_type) + " " +
+          std::string(reinterpret_cast<const char *>(old_value->data), old_value->size);
   g_changes.push_back(std::to_string(label) + " " + std::to_string(value->aaa_type) + "/" +
                       std::to_string(action));
 }
@@ -177,6 +182,38 @@ TEST_F(Adding, NeverRoutesToTheShadowRecord) {
   EXPECT_EQ(0u, kivo_add_or_update_attr_to_record(db_, record_, AAA_ATTR_EXT_USER, identity, 6));
   EXPECT_EQ(6u, stored_bytes(kLabel, AAA_ATTR_EXT_USER).size());
   EXPECT_EQ(0u, auth_mgr_idc_get_shadow_record_in_ctxt(record_->ctxt)->has_identities);
+}
+
+TEST_F(Adding, LeavesTheOldValueToTheCaller) {
+  AttrList list;
+  list.add(kUser, "cem");
+  const std::function<uint32_t()> adds[] = {
+      [&] { return kivo_add_attr_to_record(db_, record_, kUser, "ann", 3); },
+      [&] { return kivo_add_attr(db_, kLabel, nullptr, kUser, "bob", 3); },
+      [&] { return kivo_add_attr_list(db_, kLabel, nullptr, list.handle()); },
+      [&] { return kivo_add_or_update_attr_to_record(db_, record_, kUser, "dan", 3); }};
+  EXPECT_EQ(0u, kivo_set_notify_old_attr_value(AAA_ATTR_METHOD, 3, "old"));
+  for (const auto &add : adds) {
+    g_old.clear();
+    EXPECT_EQ(0u, add());
+    EXPECT_EQ(std::to_string(AAA_ATTR_METHOD) + " old", g_old);
+  }
+}
+
+TEST_F(Adding, OfAValueThatLiesInTheRecordAnnouncesItsBytes) {
+  const std::string domain(200, 'd');
+  EXPECT_EQ(0u, kivo_add_attr_to_record(db_, record_, AAA_ATTR_DOMAIN, domain.data(), 200));
+  for (const auto add : {kivo_add_attr_to_record, kivo_add_or_update_attr_to_record}) {
+    EXPECT_EQ(0u, kivo_add_attr_to_record(db_, record_, kUser, "x", 1));
+    const void *value = nullptr;
+    uint32_t size = 0;
+    uint32_t count = 0;
+    ASSERT_EQ(0u, auth_mgr_idc_get_attr(record_->ctxt, AAA_ATTR_DOMAIN, &value, &size, &count));
+    EXPECT_EQ(0u, add(db_, record_, kUser, value, size));
+    EXPECT_EQ(domain, g_bytes);
+    EXPECT_EQ(200u, stored_bytes(kLabel, kUser).size());
+    EXPECT_EQ(200u, stored_bytes(kLabel, AAA_ATTR_DOMAIN).size());
+  }
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ TEST_F(BadInput, TypesOutsideTheDictionaryHaveNoEntryAndNoIndex) {
     uint32_t flag = 0;
     EXPECT_EQ(0u, kivo_start_multi_attr_query(db_, &query));
     EXPECT_EQ(0u, kivo_add_attr_to_query(&query, type, "x", 1, &flag));
-    EXPECT_EQ(1u, flag);  // stored, and found in no record
+    EXPECT_EQ(1u, flag);  // stored: no record has been asked yet
   }
 }
 

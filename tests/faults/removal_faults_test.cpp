@@ -42,11 +42,15 @@ std::function<void(World &)> keeps(const std::string &value, const std::string &
   };
 }
 
-// The first and the third type cannot be removed, for different reasons.
 uint32_t three_types(World &w) {
-  arm_further_fault("auth_mgr_idc_remove_attr_by_type", 3, 0xbeef);
   const uint32_t types[] = {AAA_ATTR_USER_NAME, kId, AAA_ATTR_AUDIT_SESSION_ID};
   return kivo_remove_attrs_by_type(w.db, kSession, nullptr, types, 3);
+}
+
+// The third type cannot be removed either, for another reason than the first.
+uint32_t three_types_and_another_fault(World &w) {
+  arm_further_fault("auth_mgr_idc_remove_attr_by_type", 3, 0xbeef);
+  return three_types(w);
 }
 
 const std::vector<FaultRow> kRows = {
@@ -96,7 +100,7 @@ const std::vector<FaultRow> kRows = {
      .after = keeps("s-1", ""),
      .before = give_session_id},
     {.name = "OfTypesGoesOnAndReturnsTheLastFailure",
-     .call = three_types,
+     .call = three_types_and_another_fault,
      .operation = "auth_mgr_idc_remove_attr_by_type",
      .status = 0xbeef,
      .traces = {"6 remove attrs:ATTR_DB", "6 remove attrs:", kByTypeFailed + kDeadText,
