@@ -3,10 +3,10 @@
  * Conventions:
  * 1. A status is an unsigned 32-bit word; 0 is success.
  * 2. The upper 16 bits name the owner: 0xa001 the record store, 0xa002 the attribute service,
- *    0xa003 the KIVO library. The lower 16 bits tell what happened; one kind of failure has the
- *    same lower half for every owner.
+ *    0xa003 the KIVO library, 0xa004 the message set, 0xa005 the request channel. The lower 16 bits
+ *    tell what happened; one kind of failure has the same lower half for every owner.
  * 3. A few results are plain numbers below 256; they are older than the scheme and stay as they
- * are. error_text() of error_text.h turns any of them into a text. */
+ *    are. error_text() of error_text.h turns any of them into a text. */
 #ifndef PLATFORM_STATUS_H
 #define PLATFORM_STATUS_H
 
@@ -29,6 +29,21 @@
 #define AAA_ERR_NO_ROOM          UINT32_C(0xa0020800) /* a value above 65,535 bytes; too many lists */
 #define AAA_ERR_STALE_LIST       UINT32_C(0xa0020a00) /* the list was freed, or never existed */
 #define AAA_ERR_NOT_FOUND        UINT32_C(0xa0021200) /* the value to remove is not there */
+
+/* The message set, messages.h. */
+#define MESSAGE_ERR_NO_MEMORY   UINT32_C(0xa0040400)
+#define MESSAGE_ERR_INVALID_ARG UINT32_C(0xa0040600)
+#define MESSAGE_ERR_NO_ROOM     UINT32_C(0xa0040800)
+
+/* The request channel, channel.h. */
+#define CHANNEL_ERR_FAILED      UINT32_C(0xa0050200) /* its handler gave the connection up */
+#define CHANNEL_ERR_NO_MEMORY   UINT32_C(0xa0050400)
+#define CHANNEL_ERR_INVALID_ARG UINT32_C(0xa0050600)
+#define CHANNEL_ERR_NO_ROOM     UINT32_C(0xa0050800) /* the peer does not take what waits for it */
+#define CHANNEL_ERR_CLOSED      UINT32_C(0xa0051400) /* the peer has gone */
+#define CHANNEL_ERR_FRAME       UINT32_C(0xa0051600) /* what came in is no message of the set */
+#define CHANNEL_ERR_TIMEOUT     UINT32_C(0xa0051800)
+#define CHANNEL_ERR_SYSTEM      UINT32_C(0xa0051a00) /* errno tells why */
 
 /* The KIVO library. */
 #define KIVO_ERR_FAILED        UINT32_C(0xa0030200) /* the operation could not be carried out */

@@ -1,0 +1,54 @@
+/* The request channel on a unix-domain stream socket: the daemon's side.
+ *
+ * A frame is a length of 4 bytes, most significant first, and that many bytes of a protobuf message
+ * `frame` (generated/messages.proto), 1 to MESSAGE_FRAME_MAX. A frame that is longer, empty or cut
+ * off, one that cannot be read, one that is no request, and a peer that goes away in the middle of
+ * a reply end that connection with a trace (platform module, level 4, at most 20 in 10 seconds) and
+ * nothing else. A connection's next request is read when its last reply has been taken, so that a
+ * slow peer holds nobody up and no more than one reply in memory. */
+#ifndef PLATFORM_CHANNEL_SERVER_H
+#define PLATFORM_CHANNEL_SERVER_H
+
+#include <stdint.h>
+
+#include "platform/export.h"
+#include "platform/status.h"
+
+#define CHANNEL_CONNECTIONS_DEFAULT 128u
+#define CHANNEL_CONNECTIONS_MAX     4096u
+
+typedef struct channel_server channel_server;
+
+/* Listens on a path.
+ * path             where the socket is made, with mode 0660; at most 107 characters. A socket file
+ *                  that nobody listens on is replaced; one in use, and any other file, stays.
+ * group            the socket belongs to it and its members may connect, besides root and the
+ *                  process's own user; null for none.
+ * connections_max  beyond this many, the connection that has been idle longest gives way, or the
+ *                  new one is refused when all are busy; 0 for the default.
+ * server           receives the server.
+ *
+ * Returns 0; CHANNEL_ERR_INVALID_ARG; CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM, and errno tells
+ * why: EADDRINUSE (somebody listens there), ENOTSOCK (another file is there), EAGAIN (another
+ * process is making a socket in that folder), ENAMETOOLONG, ESRCH (no such group), or what the
+ * system said. Takes SIGPIPE from nobody: writes are made without it. */
+PLATFORM_API uint32_t channel_server_open(const char *path, const char *group,
+                                          uint32_t connections_max,
+                                          channel_server **server) PLATFORM_NOEXCEPT;
+
+/* A descriptor that is readable whenever there is something to do; for the host's event loop. */
+PLATFORM_API int channel_server_fd(const channel_server *server) PLATFORM_NOEXCEPT;
+
+/* Does what there is to do and never blocks: takes connections, reads requests, calls their
+ * handlers, writes replies. Each connection gets one request a call. Not to be called from a
+ * handler. */
+PLATFORM_API void channel_server_process(channel_server *server) PLATFORM_NOEXCEPT;
+
+/* Live connections. */
+PLATFORM_API uint32_t channel_server_connections(const channel_server *server) PLATFORM_NOEXCEPT;
+
+/* Closes every connection and removes the socket file, if it is still this server's. Responses that
+ * are pending are dropped: their connections must not be used any more. Null is accepted. */
+PLATFORM_API void channel_server_close(channel_server *server) PLATFORM_NOEXCEPT;
+
+#endif

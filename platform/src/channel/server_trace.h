@@ -1,0 +1,79 @@
+// What the channel's server traces about its peers: a table of messages, and a bound on how many a
+// peer can cause.
+// Threads: none; the process serialises all calls.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+#include "internal.h"
+
+namespace kivo_platform {
+
+// Rows of the table below.
+enum class ServerEvent : std::uint32_t {
+  kBadSize,
+  kCutOff,
+  kUnreadable,
+  kVanished,
+  kNotPermitted,
+  kTooMany,
+  kGaveWay,
+  kCannotAccept,
+  kError,
+};
+
+class ServerTrace {
+ public:
+  template <typename... Args>
+  void write(ServerEvent event, Args... args) noexcept {
+    if (!may_write()) return;
+    const Row &row = kRows[static_cast<std::uint32_t>(event)];
+    trace(TRACE_MODULE_PLATFORM, kLevel, row.number, row.text, args...);
+  }
+
+ private:
+  struct Row {
+    std::uint32_t number;
+    const char *text;
+  };
+  static constexpr std::uint32_t kLevel = 4;
+  static constexpr std::uint32_t kMost = 20;  // in one period
+  static constexpr std::time_t kPeriod = 10;  // seconds
+
+  // clang-format off
+  static constexpr Row kRows[] = {
+    {32, "request channel: a frame of %zu bytes is refused"},
+    {33, "request channel: the peer left %zu bytes of a frame that it did not end"},
+    {34, "request channel: a frame is no request: %s"},
+    {35, "request channel: the peer went away, %zu bytes of its reply are lost"},
+    {36, "request channel: user %u is not permitted"},
+    {37, "request channel: too many connections, all busy: one is turned away"},
+    {38, "request channel: too many connections: the one that was idle longest gives way"},
+    {39, "request channel: cannot take a peer in: %s"},
+    {40, "request channel: a connection ends: %s"},
+  };
+  // clang-format on
+  static constexpr std::uint32_t kNumberSuppressed = 41;
+
+  bool may_write() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    if (now.tv_sec - period_start_ >= kPeriod) start_period(now.tv_sec);
+    return ++n_events_ <= kMost;
+  }
+
+  void start_period(std::time_t now) noexcept {
+    if (n_events_ > kMost) {
+      trace(TRACE_MODULE_PLATFORM, kLevel, kNumberSuppressed,
+            "request channel: %u more events like these were not traced", n_events_ - kMost);
+    }
+    period_start_ = now;
+    n_events_ = 0;
+  }
+
+  std::time_t period_start_ = 0;
+  std::uint32_t n_events_ = 0;
+};
+
+}  // namespace kivo_platform
