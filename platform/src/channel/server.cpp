@@ -180,7 +180,7 @@ void channel_server::drop_one_unaccepted() noexcept {
 void channel_server::take_in(Descriptor &&peer) noexcept {
   const int fd = peer.get();
   if (!make_room()) {
-    trace_.write(ServerEvent::kTooMany);
+    trace_.write(ServerEvent::kTooMany, most_);
     return turn_away(fd, "Too many connections.");
   }
   try {
@@ -202,7 +202,7 @@ void channel_server::take_in(Descriptor &&peer) noexcept {
 bool channel_server::make_room() noexcept {
   if (connections() < most_) return true;
   if (waiting_.empty()) return false;
-  trace_.write(ServerEvent::kGaveWay);
+  trace_.write(ServerEvent::kGaveWay, most_);
   end(waiting_.front());
   return true;
 }

@@ -25,11 +25,12 @@ enum class ServerEvent : std::uint32_t {
 
 class ServerTrace {
  public:
-  template <typename... Args>
-  void write(ServerEvent event, Args... args) noexcept {
+  // The row's text takes one argument.
+  template <typename Arg>
+  void write(ServerEvent event, Arg arg) noexcept {
     if (!may_write()) return;
     const Row &row = kRows[static_cast<std::uint32_t>(event)];
-    trace(TRACE_MODULE_PLATFORM, kLevel, row.number, row.text, args...);
+    trace(TRACE_MODULE_PLATFORM, kLevel, row.number, row.text, arg);
   }
 
  private:
@@ -48,8 +49,8 @@ class ServerTrace {
     {34, "request channel: a frame is no request: %s"},
     {35, "request channel: the peer went away, %zu bytes of its reply are lost"},
     {36, "request channel: user %u is not permitted"},
-    {37, "request channel: too many connections, all busy: one is turned away"},
-    {38, "request channel: too many connections: the one that was idle longest gives way"},
+    {37, "request channel: all of %u connections are busy: one more is turned away"},
+    {38, "request channel: of %u connections the one that was idle longest gives way"},
     {39, "request channel: cannot take a peer in: %s"},
     {40, "request channel: a connection ends: %s"},
   };
