@@ -11,10 +11,9 @@ namespace kivo {
 // client_info: two entries, zero at load; their addresses are the database handles.
 extern kivo_db client_info[KIVO_CLIENTS_PER_PROCESS];
 
-// Display names by kivo_data_type, nine characters each.
+// Display names by kivo_data_type.
 inline constexpr std::array<const char *, KIVO_DATA_TYPE_MAX + 1> kivo_data_type_names = {
-    "INT 32   ", "INT 64   ", "IPV4_ADDR", "IPV6_ADDR", "MAC_ADDR ",
-    "SESN_GUID", "POINTER  ", "VAR BIN  ", "VAR STR  ", "MAX      "};
+    KIVO_DATA_TYPE_NAMES};
 
 // The name of a kind, also of a number that is none.
 inline const char *data_type_name(kivo_data_type data_type) noexcept {

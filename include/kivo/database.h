@@ -16,16 +16,21 @@
 
 /* Kinds of attribute values (kivo_data_type). The number is the dictionary's AAA_KIND_*. */
 typedef uint32_t kivo_data_type;
-#define KIVO_DATA_TYPE_INT32     UINT32_C(0) /* "INT 32   " 4 bytes, host order */
-#define KIVO_DATA_TYPE_INT64     UINT32_C(1) /* "INT 64   " 8 bytes, host order */
-#define KIVO_DATA_TYPE_IPV4_ADDR UINT32_C(2) /* "IPV4_ADDR" 4 bytes, network order */
-#define KIVO_DATA_TYPE_IPV6_ADDR UINT32_C(3) /* "IPV6_ADDR" 16 bytes, network order */
-#define KIVO_DATA_TYPE_MAC_ADDR  UINT32_C(4) /* "MAC_ADDR " 6 bytes */
-#define KIVO_DATA_TYPE_SESN_GUID UINT32_C(5) /* "SESN_GUID" 24 characters */
-#define KIVO_DATA_TYPE_POINTER   UINT32_C(6) /* "POINTER  " 8 bytes */
-#define KIVO_DATA_TYPE_VAR_BIN   UINT32_C(7) /* "VAR BIN  " */
-#define KIVO_DATA_TYPE_VAR_STR   UINT32_C(8) /* "VAR STR  " */
-#define KIVO_DATA_TYPE_MAX       UINT32_C(9) /* "MAX      " end marker, no kind of value */
+#define KIVO_DATA_TYPE_INT32     UINT32_C(0) /* 4 bytes, host order */
+#define KIVO_DATA_TYPE_INT64     UINT32_C(1) /* 8 bytes, host order */
+#define KIVO_DATA_TYPE_IPV4_ADDR UINT32_C(2) /* 4 bytes, network order */
+#define KIVO_DATA_TYPE_IPV6_ADDR UINT32_C(3) /* 16 bytes, network order */
+#define KIVO_DATA_TYPE_MAC_ADDR  UINT32_C(4) /* 6 bytes */
+#define KIVO_DATA_TYPE_SESN_GUID UINT32_C(5) /* 24 characters */
+#define KIVO_DATA_TYPE_POINTER   UINT32_C(6) /* 8 bytes */
+#define KIVO_DATA_TYPE_VAR_BIN   UINT32_C(7) /* any bytes */
+#define KIVO_DATA_TYPE_VAR_STR   UINT32_C(8) /* a text */
+#define KIVO_DATA_TYPE_MAX       UINT32_C(9) /* end marker, no kind of value */
+
+/* Their names as they are displayed, nine characters each, in their order: an initializer. */
+#define KIVO_DATA_TYPE_NAMES                                                                 \
+  "INT 32   ", "INT 64   ", "IPV4_ADDR", "IPV6_ADDR", "MAC_ADDR ", "SESN_GUID", "POINTER  ", \
+      "VAR BIN  ", "VAR STR  ", "MAX      "
 
 /* Sizes in bytes of the nine kinds, 0 for a variable length. */
 KIVO_API const uint32_t KIVO_ATTR_SIZES_NEW[9];

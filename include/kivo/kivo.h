@@ -14,6 +14,7 @@
 #include "kivo/query.h"
 #include "kivo/records.h"
 #include "kivo/shadow_db.h"
+#include "kivo/show_request.h"
 #include "kivo/startup.h"
 
 #endif
