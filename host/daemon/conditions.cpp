@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "platform/aaa.h"
-#include "sessions/mac_address.h"
+#include "text/mac_address.h"
 
 namespace kivod {
 namespace {
@@ -39,7 +39,7 @@ Bytes parse_address(std::string_view text) {
 }
 
 Bytes parse_mac(std::string_view text) {
-  const auto mac = parse_mac_address(text);
+  const auto mac = host_text::parse_mac_address(text);
   if (!mac) return std::nullopt;
   return std::string(reinterpret_cast<const char *>(mac->data()), mac->size());
 }

@@ -21,6 +21,8 @@ enum class HostMessage : uint32_t {
   kSessionFailed = 13,
   kLogFailed = 14,
   kSuppressed = 15,
+  kServing = 20,
+  kStopping = 21,
 };
 
 #define host_trace(level, number, ...)                                      \

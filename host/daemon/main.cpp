@@ -1,5 +1,5 @@
-// kivod, the host daemon of the library. This form replays accounting logs and shows what is asked:
-// it loads the sessions, prints, and ends.
+// kivod, the host daemon of the library: replays accounting logs, prints what is asked for, and
+// ends or stays to answer kivosh.
 #include <cinttypes>
 #include <cstdio>
 #include <new>
@@ -10,6 +10,7 @@
 #include "options.h"
 #include "platform/attrdb.h"
 #include "replay.h"
+#include "serving/service.h"
 #include "sessions/session_database.h"
 
 namespace {
@@ -97,13 +98,17 @@ int run(const Options &options) {
     status = kFailed;
   }
   replay.report_suppressed();
-  if (!options.quiet) print_summary(replay.counts());
+  if (!options.quiet && !options.replay.empty()) print_summary(replay.counts());
   const int shown = show_what_was_asked(db, options);
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
     std::fputs("kivod: cannot write to standard output\n", stderr);
     return kFailed;
   }
-  return status != 0 ? status : shown;
+  if (status == 0) status = shown;
+  if (!options.serve || status != 0) return status;
+  if (serve(options.socket, options.group, error)) return 0;
+  std::fprintf(stderr, "kivod: %s\n", error.c_str());
+  return kFailed;
 }
 
 }  // namespace

@@ -13,12 +13,12 @@
 #include "kivo/records.h"
 #include "sessions/handles.h"
 #include "sessions/stored_value.h"
-#include "text_table.h"
+#include "text/text_table.h"
 
 namespace kivod {
 namespace {
 
-std::string text_cell(std::string_view bytes) { return printable(bytes); }
+std::string text_cell(std::string_view bytes) { return host_text::printable(bytes); }
 
 std::string address_cell(std::string_view bytes) {
   return auth_mgr_safe_printable_mac(bytes.empty() ? nullptr : bytes.data(),
@@ -64,10 +64,10 @@ constexpr Column kColumns[] = {
     {"START", AAA_ATTR_START_TIME, 0, time_cell},
 };
 
-TextTable make_table() {
+host_text::TextTable make_table() {
   std::vector<std::string> headings = {"LABEL"};
   for (const Column &column : kColumns) headings.emplace_back(column.heading);
-  return TextTable(std::move(headings));
+  return host_text::TextTable(std::move(headings));
 }
 
 std::vector<std::string> make_row(const attrdb_record &record) {
@@ -122,7 +122,7 @@ MatchResult print_matches(kivo_db *db, const std::vector<AttrCondition> &conditi
       kivo_get_matches_for_query(&query, labels.receive(), &count) != PLATFORM_OK) {
     return MatchResult::kFailed;
   }
-  TextTable table = make_table();
+  host_text::TextTable table = make_table();
   uint32_t n_found = 0;
   uint32_t cursor = 0;
   while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {

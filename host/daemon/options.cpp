@@ -11,8 +11,8 @@ namespace {
 constexpr int kUsageError = 2;
 constexpr size_t kAuditSessionIdSize = 24;
 
-std::string read_mac(const std::string &text, std::optional<MacAddress> &mac) {
-  mac = parse_mac_address(text);
+std::string read_mac(const std::string &text, std::optional<host_text::MacAddress> &mac) {
+  mac = host_text::parse_mac_address(text);
   return mac ? "" : "'" + text + "' is no MAC address";
 }
 
@@ -44,8 +44,7 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
   app.set_version_flag("--version", std::string("kivod ") + KIVO_VERSION);
   app.add_option("--replay", options.replay,
                  "Read accounting logs in the detail format, in this order; - is standard input")
-      ->type_name("FILE")
-      ->required();
+      ->type_name("FILE");
   app.add_option("--dictionaries", options.dictionaries, "Directory of the RADIUS dictionaries")
       ->type_name("DIR");
   app.add_flag("--show", options.show,
@@ -68,8 +67,19 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
   app.add_flag("--counts", options.counts, "Count the sessions in each index");
   app.add_flag("--records", options.records, "Show every session in detail");
   app.add_flag("--quiet", options.quiet, "Print no summary of the replay");
+  auto *serve = app.add_flag("--serve", options.serve,
+                             "Then answer kivosh until SIGTERM or SIGINT; also without a log");
+  app.add_option("--socket", options.socket, "Where to listen")
+      ->type_name("PATH")
+      ->capture_default_str()
+      ->needs(serve);
+  app.add_option("--group", options.group,
+                 "Let members of this group ask, besides root and the daemon's own user")
+      ->type_name("NAME")
+      ->needs(serve);
   try {
     app.parse(argc, argv);
+    if (options.replay.empty() && !options.serve) throw CLI::RequiredError("--replay or --serve");
   } catch (const CLI::ParseError &error) {
     exit_status = app.exit(error) == 0 ? 0 : kUsageError;
     return std::nullopt;

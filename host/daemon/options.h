@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "conditions.h"
-#include "sessions/mac_address.h"
+#include "text/mac_address.h"
+#include "text/socket_path.h"
 
 namespace kivod {
 
@@ -16,13 +17,16 @@ struct Options {
   std::string dictionaries;  // empty: where they were found at configuration
   bool show = false;
   std::optional<std::string> session_id;  // 24 characters
-  std::optional<MacAddress> mac;
+  std::optional<host_text::MacAddress> mac;
   std::optional<uint32_t> ipv4;  // network order in memory
   bool attributes = false;
   bool counts = false;
   bool records = false;
   std::vector<AttrCondition> match;  // empty: not asked for
   bool quiet = false;
+  bool serve = false;
+  std::string socket = host_text::kDefaultSocketPath;
+  std::optional<std::string> group;  // whose members may ask
 };
 
 // Reads the command line. Nothing when the program is to end at once; `exit_status` then tells how:

@@ -1,7 +1,7 @@
 // See mac_address.h.
 #include "mac_address.h"
 
-namespace kivod {
+namespace host_text {
 namespace {
 
 constexpr size_t kDigits = 12;
@@ -63,4 +63,4 @@ std::optional<MacAddress> parse_mac_address(std::string_view text) noexcept {
   return address;
 }
 
-}  // namespace kivod
+}  // namespace host_text

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-namespace kivod {
+namespace host_text {
 
 using MacAddress = std::array<uint8_t, 6>;
 
@@ -16,4 +16,4 @@ using MacAddress = std::array<uint8_t, 6>;
 // and stands between groups of equal length (2, 4 or 6 digits), or there is none.
 std::optional<MacAddress> parse_mac_address(std::string_view text) noexcept;
 
-}  // namespace kivod
+}  // namespace host_text

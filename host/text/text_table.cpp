@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 
-namespace kivod {
+namespace host_text {
 namespace {
 
 constexpr size_t kGap = 2;
@@ -71,4 +71,4 @@ void TextTable::print(FILE *stream) const {
   }
 }
 
-}  // namespace kivod
+}  // namespace host_text

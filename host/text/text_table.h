@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace kivod {
+namespace host_text {
 
 class TextTable {
  public:
@@ -25,4 +25,4 @@ class TextTable {
 // chose as a name cannot steer the operator's terminal.
 std::string printable(std::string_view text);
 
-}  // namespace kivod
+}  // namespace host_text

@@ -237,11 +237,15 @@ TEST_F(Kivod, SaysByItsExitStatusWhatWentWrong) {
   const struct {
     int status;
     std::vector<std::string> arguments;
-    const char *message;
+    std::string message;
   } table[] = {
       {0, {"--help"}, ""},
       {0, {"--version"}, ""},
-      {2, {}, "--replay is required"},
+      {2, {}, "--replay or --serve is required"},
+      {2, {"--replay", kDay, "--socket", "/tmp/s"}, "--socket requires --serve"},
+      {1, {"--serve", "--socket", kDay}, "cannot listen on " + kDay + ": it is no socket"},
+      {1, {"--serve", "--socket", "/nonexistent/s"}, "/nonexistent/s: No such file or directory"},
+      {1, {"--serve", "--socket", kDay, "--group", "no such"}, "there is no such group"},
       {2, {"--replay"}, "--replay: 1 required FILE missing"},
       {2, {"--replay", kDay, "--frobnicate"}, "--frobnicate"},
       {2, {"--replay", kDay, "--mac", "00:00:5e"}, "'00:00:5e' is no MAC address"},

@@ -1,6 +1,6 @@
 // Spellings of MAC addresses: the usual ones all mean the same six bytes, and nothing else is taken
 // for an address.
-#include "sessions/mac_address.h"
+#include "text/mac_address.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 
 namespace {
 
-using kivod::MacAddress;
-using kivod::parse_mac_address;
+using host_text::MacAddress;
+using host_text::parse_mac_address;
 
 constexpr MacAddress kExpected = {0x00, 0x10, 0xa4, 0x23, 0x19, 0xc0};
 

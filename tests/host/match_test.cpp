@@ -3,7 +3,7 @@
 
 #include "conditions.h"
 #include "platform/aaa_dictionary.h"
-#include "text_table.h"
+#include "text/text_table.h"
 
 namespace {
 
@@ -65,7 +65,7 @@ TEST(Conditions, ThatCannotBeReadAreNamed) {
 }
 
 TEST(TextTable, AlignsColumnsByWhatIsSeen) {
-  kivod::TextTable table({"NAME", "N"});
+  host_text::TextTable table({"NAME", "N"});
   table.add({"zo\xc3\xab", "1"});
   table.add({"alexandra", "22"});
   char *text = nullptr;
@@ -89,7 +89,7 @@ TEST(TextTable, NeverLetsANameSteerTheTerminal) {
       {"\xff\xc3", "\\xff\\xc3"},  // no UTF-8, and a sequence cut short
       {"\xe2\x82\xac 5", "\xe2\x82\xac 5"},
   };
-  for (const auto &row : table) EXPECT_EQ(row.shown, kivod::printable(row.text));
+  for (const auto &row : table) EXPECT_EQ(row.shown, host_text::printable(row.text));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "mac_address.h"
+#include "text/mac_address.h"
 
 namespace kivod {
 namespace {
@@ -58,7 +58,7 @@ bool as_prefix_text(const AccountingPair &pair, Bytes &out) {
 
 bool as_mac(const AccountingPair &pair, Bytes &out) {
   const auto text = pair.text();
-  const auto mac = text ? parse_mac_address(*text) : std::nullopt;
+  const auto mac = text ? host_text::parse_mac_address(*text) : std::nullopt;
   if (!mac) return false;
   out.assign(reinterpret_cast<const char *>(mac->data()), mac->size());
   return true;

@@ -121,6 +121,8 @@ kivo_db *open_session_database() {
   return register_watches(db) ? db : nullptr;
 }
 
+std::span<const kivo_attr_config> session_attributes() noexcept { return kRows; }
+
 ChangeCounts announced_changes() noexcept { return counts; }
 
 }  // namespace kivod

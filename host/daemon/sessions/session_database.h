@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "kivo/database.h"
 
@@ -11,6 +12,9 @@ namespace kivod {
 // Starts the library's subsystems and creates ATTR_DB; called once, first of all.
 // Null, after a trace, when that fails.
 kivo_db *open_session_database();
+
+// The attributes of a session, in the order of their positions.
+std::span<const kivo_attr_config> session_attributes() noexcept;
 
 // Changes announced to the daemon since the database was opened, by kind.
 struct ChangeCounts {

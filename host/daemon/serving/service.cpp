@@ -1,0 +1,120 @@
+// See service.h. libuv waits: for the request channel's descriptor and for the two signals.
+#include "service.h"
+
+#include <uv.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "../host_trace.h"
+#include "attributes_request.h"
+#include "kivo/show_request.h"
+#include "platform/channel_server.h"
+#include "platform/error_text.h"
+#include "text/socket_path.h"
+
+namespace kivod {
+namespace {
+
+using Server = std::unique_ptr<channel_server, decltype(&channel_server_close)>;
+
+constexpr int kStopSignals[] = {SIGTERM, SIGINT};
+
+void on_requests(uv_poll_t *poll, int, int) {
+  channel_server_process(static_cast<channel_server *>(poll->data));
+}
+
+void on_stop(uv_signal_t *signal, int number) {
+  host_trace(HostLevel::kNotice, HostMessage::kStopping, "stopping: signal %d", number);
+  uv_stop(signal->loop);
+}
+
+class Loop {
+ public:
+  ~Loop() {
+    if (!made_) return;
+    uv_walk(
+        &loop_, [](uv_handle_t *handle, void *) { uv_close(handle, nullptr); }, nullptr);
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    uv_loop_close(&loop_);
+  }
+
+  // 0 or one of libuv's errors.
+  int prepare(channel_server &server) {
+    int result = uv_loop_init(&loop_);
+    made_ = result == 0;
+    for (size_t i = 0; result == 0 && i < std::size(kStopSignals); ++i) {
+      result = uv_signal_init(&loop_, &signals_[i]);
+      if (result == 0) result = uv_signal_start(&signals_[i], on_stop, kStopSignals[i]);
+    }
+    if (result == 0) result = uv_poll_init(&loop_, &poll_, channel_server_fd(&server));
+    poll_.data = &server;
+    return result == 0 ? uv_poll_start(&poll_, UV_READABLE, on_requests) : result;
+  }
+
+  void run() { uv_run(&loop_, UV_RUN_DEFAULT); }
+
+ private:
+  bool made_ = false;
+  uv_loop_t loop_{};
+  uv_signal_t signals_[std::size(kStopSignals)]{};
+  uv_poll_t poll_{};
+};
+
+std::string why_not(const std::string &socket, uint32_t status) {
+  const int reason = errno;
+  std::string text = "cannot listen on " + socket + ": ";
+  if (status != CHANNEL_ERR_SYSTEM) return text + error_text(status);
+  switch (reason) {
+    case EADDRINUSE:
+      return text + "another process does";
+    case ENOTSOCK:
+      return text + "it is no socket";
+    case EAGAIN:
+      return text + "another process is about to";
+    case ESRCH:
+      return text + "there is no such group";
+    default:
+      return text + std::strerror(reason);
+  }
+}
+
+// The default path lies in a folder of its own, which goes with every reboot. Whatever fails here,
+// listening will say so.
+void make_default_folder(const std::string &socket) {
+  if (socket != host_text::kDefaultSocketPath) return;
+  std::error_code ignored;
+  std::filesystem::create_directory(std::filesystem::path(socket).parent_path(), ignored);
+}
+
+}  // namespace
+
+bool serve(const std::string &socket, const std::optional<std::string> &group, std::string &error) {
+  make_default_folder(socket);
+  channel_server *opened = nullptr;
+  const uint32_t status =
+      channel_server_open(socket.c_str(), group ? group->c_str() : nullptr, 0, &opened);
+  if (status != PLATFORM_OK) {
+    error = why_not(socket, status);
+    return false;
+  }
+  const Server server(opened, channel_server_close);
+  channel_register_handler(MESSAGE_SHOW_KIVO_DATABASE_REQUEST,
+                           dcx_show_kivo_database_request_command_handler);
+  channel_register_handler(MESSAGE_SHOW_KIVO_ATTRIBUTES_REQUEST, answer_attributes_request);
+  Loop loop;
+  if (const int result = loop.prepare(*server); result != 0) {
+    error = std::string("no event loop: ") + uv_strerror(result);
+    return false;
+  }
+  host_trace(HostLevel::kNotice, HostMessage::kServing, "listening on %s", socket.c_str());
+  std::printf("Listening on %s\n", socket.c_str());
+  std::fflush(stdout);
+  loop.run();
+  return true;
+}
+
+}  // namespace kivod
