@@ -1,0 +1,249 @@
+// See prompt.h. libedit splits lines into words and, at a terminal, edits them: TAB completes, ?
+// lists what can follow, ^C drops the line. The history is kept in a file of the user's; whatever
+// is wrong with that is no reason not to work.
+#include "prompt.h"
+
+#include <histedit.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace kivosh {
+namespace {
+
+constexpr int kHistoryLines = 500;
+
+struct FreeTokenizer {
+  void operator()(Tokenizer *tokenizer) const noexcept { tok_end(tokenizer); }
+};
+using Tokens = std::unique_ptr<Tokenizer, FreeTokenizer>;
+
+// The words of a line in front of the cursor; the last is the one that the cursor is at, empty when
+// it is between words.
+struct Begun {
+  Words words;
+  std::string word;
+};
+
+class Splitter {
+ public:
+  Splitter() : tokenizer_(tok_init(nullptr)) {
+    if (tokenizer_ == nullptr) throw std::bad_alloc();
+  }
+
+  // False for a quote without its end.
+  bool split(const char *line, Words &words) {
+    int n = 0;
+    const char **found = nullptr;
+    tok_reset(tokenizer_.get());
+    const bool whole = tok_str(tokenizer_.get(), line, &n, &found) == 0;
+    if (whole) words.assign(found, found + n);
+    return whole;
+  }
+
+  Begun split_begun(const LineInfo &line) {
+    const std::string text(line.buffer, line.cursor);
+    Begun begun;
+    split(text.c_str(), begun.words);
+    if (!begun.words.empty() && !text.ends_with(' ') && !text.ends_with('\t')) {
+      begun.word = std::move(begun.words.back());
+      begun.words.pop_back();
+    }
+    return begun;
+  }
+
+ private:
+  Tokens tokenizer_;
+};
+
+// ---- Keys
+
+Splitter &splitter_of(EditLine *editor) {
+  void *data = nullptr;
+  el_get(editor, EL_CLIENTDATA, &data);
+  return *static_cast<Splitter *>(data);
+}
+
+std::string common_start(const std::vector<std::string> &words) {
+  std::string start = words.front();
+  for (const std::string &word : words) {
+    const auto differ = std::mismatch(start.begin(), start.end(), word.begin(), word.end());
+    start.erase(differ.first, start.end());
+  }
+  return start;
+}
+
+// Completes the word at the cursor as far as it is certain, else lists what it can become.
+unsigned char on_tab(EditLine *editor, int) {
+  const Begun begun = splitter_of(editor).split_begun(*el_line(editor));
+  const auto found = completions(begun.words, begun.word);
+  if (found.empty()) return CC_REFRESH_BEEP;
+  std::string rest = common_start(found).substr(begun.word.size());
+  if (found.size() == 1) rest.push_back(' ');
+  if (!rest.empty()) return el_insertstr(editor, rest.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+  std::putchar('\n');
+  for (const std::string &word : found) std::printf("  %s\n", word.c_str());
+  std::fflush(stdout);
+  return CC_REDISPLAY;
+}
+
+// Lists what can follow. Within a value it is a character like others.
+unsigned char on_question_mark(EditLine *editor, int) {
+  Begun begun = splitter_of(editor).split_begun(*el_line(editor));
+  if (!begun.word.empty() && value_is_next(begun.words)) {
+    return el_insertstr(editor, "?") == 0 ? CC_REFRESH : CC_ERROR;
+  }
+  std::vector<Continuation> rows;
+  const auto like =
+      begun.word.empty() ? std::vector<std::string>{""} : completions(begun.words, begun.word);
+  for (const std::string &word : like) {
+    Words words = begun.words;
+    if (!word.empty()) words.push_back(word);
+    for (Continuation &row : continuations(words)) {
+      if (!word.empty()) row.words.insert(0, row.words.empty() ? word : word + " ");
+      rows.push_back(std::move(row));
+    }
+  }
+  std::putchar('\n');
+  print_continuations(rows);
+  if (rows.empty()) std::puts("  nothing can follow here");
+  std::fflush(stdout);
+  return CC_REDISPLAY;
+}
+
+unsigned char on_control_c(EditLine *editor, int) {
+  const LineInfo *line = el_line(editor);
+  el_cursor(editor, static_cast<int>(line->lastchar - line->cursor));
+  line = el_line(editor);
+  el_deletestr(editor, static_cast<int>(line->lastchar - line->buffer));
+  std::fputs("^C\n", stdout);
+  std::fflush(stdout);
+  return CC_REDISPLAY;
+}
+
+// ---- The terminal
+
+char *prompt(EditLine *) {
+  static char text[] = "kivosh> ";
+  return text;
+}
+
+class Lines {
+ public:
+  explicit Lines(Splitter &splitter)
+      : history_(history_init()), editor_(el_init("kivosh", stdin, stdout, stderr)) {
+    if (history_ == nullptr || editor_ == nullptr) throw std::bad_alloc();
+    HistEvent event;
+    history(history_.get(), &event, H_SETSIZE, kHistoryLines);
+    history(history_.get(), &event, H_SETUNIQUE, 1);
+    if (const char *home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+      history_file_ = std::string(home) + "/.kivosh_history";
+      history(history_.get(), &event, H_LOAD, history_file_.c_str());
+    }
+    EditLine *const editor = editor_.get();
+    el_set(editor, EL_CLIENTDATA, &splitter);
+    el_set(editor, EL_PROMPT, prompt);
+    el_set(editor, EL_EDITOR, "emacs");
+    el_set(editor, EL_HIST, history, history_.get());
+    bind_keys();
+    el_source(editor, nullptr);  // what the user has in .editrc
+  }
+  ~Lines() {
+    HistEvent event;
+    if (!history_file_.empty()) {
+      history(history_.get(), &event, H_SAVE, history_file_.c_str());
+    }
+  }
+  Lines(const Lines &) = delete;
+  Lines &operator=(const Lines &) = delete;
+
+  // The next line, null at the end of input.
+  const char *next() {
+    int length = 0;
+    return el_gets(editor_.get(), &length);
+  }
+  void remember(const char *line) {
+    HistEvent event;
+    history(history_.get(), &event, H_ENTER, line);
+  }
+
+ private:
+  void bind_keys() {
+    const struct {
+      const char *name;
+      const char *help;
+      unsigned char (*on_key)(EditLine *, int);
+      const char *key;
+    } keys[] = {
+        {"kivosh-complete", "Complete a word", on_tab, "^I"},
+        {"kivosh-help", "List what can follow", on_question_mark, "?"},
+        {"kivosh-drop-line", "Drop the line", on_control_c, "^C"},
+    };
+    for (const auto &key : keys) {
+      el_set(editor_.get(), EL_ADDFN, key.name, key.help, key.on_key);
+      el_set(editor_.get(), EL_BIND, key.key, key.name, nullptr);
+    }
+    // ^C comes as a key while a line is edited, and as a signal while a command runs.
+    el_set(editor_.get(), EL_SETTY, "-d", "-isig", nullptr);
+  }
+
+  struct EndHistory {
+    void operator()(History *history) const noexcept { history_end(history); }
+  };
+  struct EndEditor {
+    void operator()(EditLine *editor) const noexcept { el_end(editor); }
+  };
+  std::unique_ptr<History, EndHistory> history_;
+  std::unique_ptr<EditLine, EndEditor> editor_;
+  std::string history_file_;
+};
+
+Outcome run_line(Commands &commands, Splitter &splitter, const char *line) {
+  Words words;
+  if (!splitter.split(line, words)) {
+    print_error("a quote has no end");
+    return Outcome::kUsage;
+  }
+  return words.empty() ? Outcome::kDone : commands.run(words);
+}
+
+void run_terminal(Commands &commands) {
+  Splitter splitter;
+  Lines lines(splitter);
+  while (!commands.ended()) {
+    const char *line = lines.next();
+    if (line == nullptr) {
+      std::putchar('\n');
+      return;
+    }
+    if (line[std::strspn(line, " \t\n")] != '\0') lines.remember(line);
+    run_line(commands, splitter, line);
+    std::fflush(stdout);
+  }
+}
+
+Outcome run_file(Commands &commands) {
+  Splitter splitter;
+  Outcome worst = Outcome::kDone;
+  char *line = nullptr;
+  size_t room = 0;
+  while (!commands.ended() && getline(&line, &room, stdin) >= 0) {
+    worst = std::max(worst, run_line(commands, splitter, line));
+  }
+  std::free(line);
+  return worst;
+}
+
+}  // namespace
+
+Outcome run_lines(Commands &commands) {
+  if (isatty(STDIN_FILENO) == 0) return run_file(commands);
+  run_terminal(commands);
+  return Outcome::kDone;
+}
+
+}  // namespace kivosh
