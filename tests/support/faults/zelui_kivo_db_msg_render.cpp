@@ -1,0 +1,11 @@
+// A message of the attribute types that cannot be rendered.
+// See replacement.h.
+#include "platform/messages.h"
+#include "support/faults/message_fault.h"
+#include "support/faults/replacement.h"
+
+extern "C" void zelui_kivo_db_msg_render(const zelui_kivo_db_msg *message, char *buffer,
+                                         size_t size, uint32_t *err) noexcept {
+  KIVO_TEST_FAIL_OR_FORWARD(zelui_kivo_db_msg_render, kivo_test::set_fault(err), message, buffer,
+                            size, err);
+}
