@@ -126,8 +126,13 @@ void read_common(Fields fields, Reply &reply) {
   reply.owner = fields.text("owner");
 }
 
+// How many entries of a list can be about attributes: none without a database.
+uint32_t n_entries(Fields &fields, const char *list, const Reply &reply) {
+  return reply.database.empty() ? 0 : fields.size(list);
+}
+
 // An entry is about the position that it stands at; one that says otherwise is padding.
-SessionReply read_session(Fields fields) {
+SessionReply read_session(Fields fields, const Reply &reply) {
   SessionReply session;
   session.session_id = fields.text("sess_id");
   session.ipv4 = fields.number("ipv4");
@@ -135,8 +140,8 @@ SessionReply read_session(Fields fields) {
   if (!mac.empty() && mac.size() != session.mac.size()) fail_out_of_protocol();
   std::memcpy(session.mac.data(), mac.data(), mac.size());
   session.found = fields.number("found") != 0;
-  const uint32_t n_entries = session.found ? fields.size("filter_info") : 0;
-  for (uint32_t i = 0; i < n_entries; ++i) {
+  const uint32_t n = session.found ? n_entries(fields, "filter_info", reply) : 0;
+  for (uint32_t i = 0; i < n; ++i) {
     Fields entry = fields.entry("filter_info", i);
     if (entry.number("attr_names") == i) session.values.push_back({i, entry.text("attr_values")});
   }
@@ -145,8 +150,8 @@ SessionReply read_session(Fields fields) {
 
 std::vector<ReplyType> read_types(Fields fields, const Reply &reply) {
   std::vector<ReplyType> types;
-  const uint32_t n_entries = reply.database.empty() ? 0 : fields.size("db_info");
-  for (uint32_t i = 0; i < n_entries; ++i) {
+  const uint32_t n = n_entries(fields, "db_info", reply);
+  for (uint32_t i = 0; i < n; ++i) {
     Fields entry = fields.entry("db_info", i);
     if (entry.number("attr_names") == i) types.push_back({i, entry.number("attr_types")});
   }
@@ -170,7 +175,7 @@ Reply read_bundle(channel_client &client) {
       read_common(fields, reply);
       begun = true;
     } else if (kind == MESSAGE_ZELUI_KIVO_DB_FILTER_MSG && begun && !reply.session) {
-      reply.session = read_session(fields);
+      reply.session = read_session(fields, reply);
     } else if (kind == MESSAGE_ZELUI_KIVO_DB_MSG && begun && !reply.types) {
       reply.types = read_types(fields, reply);
     } else {
@@ -232,8 +237,8 @@ Catalogue Daemon::catalogue() const {
   if (message_kind(reply.get()) == MESSAGE_NEGATIVE_ACKNOWLEDGEMENT) return catalogue;
   if (message_kind(reply.get()) != MESSAGE_KIVO_ATTRIBUTES_MSG) fail_out_of_protocol();
   Fields fields(reply.get());
-  const uint32_t n_entries = fields.size("attributes");
-  for (uint32_t i = 0; i < n_entries; ++i) {
+  const uint32_t n = fields.size("attributes");
+  for (uint32_t i = 0; i < n; ++i) {
     Fields entry = fields.entry("attributes", i);
     catalogue.push_back({entry.number("attr_type"), entry.text("name"), entry.text("kind")});
   }

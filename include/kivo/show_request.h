@@ -33,17 +33,18 @@ KIVO_API int zelui_show_kivo_database_cb(channel_connection *connection,
                                          uint32_t size) KIVO_NOEXCEPT;
 
 /* Handles a request: opens the bundle, has the callback write the answer, closes the bundle. The
- * first two arguments are not read; error_word is 0, else the process stops. A callback that returns
- * neither of the two results, or registers a continuation and then returns
+ * first two arguments are not read; error_word is 0, else the process stops. A callback that
+ * returns neither of the two results, or registers a continuation and then returns
  * KIVO_RESPONSE_ASYNCHRONOUS, stops the process as well. */
-KIVO_API void dcx_show_kivo_database_request_command_handler(
-    void *channel, void *request, const channel_command *command, channel_connection *connection,
-    uint32_t error_word) KIVO_NOEXCEPT;
+KIVO_API void dcx_show_kivo_database_request_command_handler(void *channel, void *request,
+                                                             const channel_command *command,
+                                                             channel_connection *connection,
+                                                             uint32_t error_word) KIVO_NOEXCEPT;
 
 /* Closes the bundle: commits it, or with an error text aborts it and refuses the request with that
- * text. The handler registers it with the channel, which runs it; after an asynchronous response the
- * application has channel_finish_async() run it, before the next request. A null connection stops
- * the process. */
+ * text. The handler registers it with the channel, which runs it; after an asynchronous response
+ * the application has channel_finish_async() run it, before the next request. A null connection
+ * stops the process. */
 KIVO_API void dcx_show_kivo_database_request_epilogue(channel_connection *connection,
                                                       const char *error_text) KIVO_NOEXCEPT;
 
