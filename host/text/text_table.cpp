@@ -65,8 +65,9 @@ void TextTable::print(FILE *stream) const {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i) {
       line.append(row[i]);
-      if (i + 1 < row.size()) line.append(widths[i] - width_of(row[i]) + kGap, ' ');
+      line.append(widths[i] - width_of(row[i]) + kGap, ' ');
     }
+    line.erase(line.find_last_not_of(' ') + 1);
     std::fprintf(stream, "%s\n", line.c_str());
   }
 }

@@ -1,0 +1,310 @@
+// kivosh as its user has it: the built program asks the built kivod, once, from a script, and at a
+// terminal; what it prints is compared with what kivod prints of the same sessions.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+
+#include "host/serving_kivod.h"
+
+namespace {
+
+using kivo_test::ServingKivod;
+using Arguments = std::vector<std::string>;
+
+const std::string kDay = KIVO_EXAMPLES_DIR "/accounting/accounting.log";
+const std::string kMac = "00:00:5e:00:53:68";
+const std::string kAuditId = "000000036AFAAA2F00000000";
+const std::string kIpv4 = "198.51.100.105";
+
+struct Ended {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string text_of(const std::filesystem::path &path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Kivosh : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { kivod_ = new ServingKivod(kDay); }
+  static void TearDownTestSuite() {
+    EXPECT_EQ(0, kivod_->stop(SIGTERM));
+    delete std::exchange(kivod_, nullptr);
+  }
+  Kivosh() { std::filesystem::create_directory(directory_); }
+  ~Kivosh() override { std::filesystem::remove_all(directory_); }
+
+  Ended run(const char *program, Arguments arguments, const std::string &input = "") const {
+    std::ofstream(directory_ / "in") << input;
+    std::string command = program;
+    for (const std::string &argument : arguments) command += " '" + argument + "'";
+    for (const char *file : {" < in", " > out", " 2> err"}) {
+      std::string path = file;
+      path.insert(path.find_last_of(' ') + 1, directory_.string() + "/");
+      command += path;
+    }
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text_of(directory_ / "out"),
+            text_of(directory_ / "err")};
+  }
+  Ended kivosh(Arguments arguments, const std::string &input = "") const {
+    arguments.insert(arguments.begin(), {"--socket", kivod_->socket()});
+    return run(KIVOSH_PATH, std::move(arguments), input);
+  }
+
+  static inline ServingKivod *kivod_ = nullptr;
+  const std::filesystem::path directory_ =
+      std::filesystem::path(testing::TempDir()) / ("kivosh." + std::to_string(getpid()));
+};
+
+TEST_F(Kivosh, ShowsTheDatabaseAndItsAttributes) {
+  EXPECT_EQ("Database  Owner  Sessions\nATTR_DB   kivod  255\n", kivosh({"show", "database"}).out);
+  const std::string listed = kivosh({"show", "database", "attributes"}).out;
+  // The same names, kinds and types as kivod's own table has, in the same order.
+  const std::string own = run(KIVOD_PATH, {"--replay", kDay, "--quiet", "--attributes"}).out;
+  size_t at = 0;
+  for (const char *name :
+       {"user-name", "domain", "mac-address", "ipv4-address", "external-class"}) {
+    EXPECT_NE(std::string::npos, own.find(name)) << own;
+    const size_t found = listed.find(name);
+    ASSERT_NE(std::string::npos, found) << listed;
+    EXPECT_GT(found, at);
+    at = found;
+  }
+  EXPECT_EQ(22, std::count(listed.begin(), listed.end(), '\n'));
+  EXPECT_NE(std::string::npos, listed.find("2         mac-address       42    MAC_ADDR\n"));
+}
+
+// The value of each attribute by name, in either program's output.
+std::map<std::string, std::string> values_in(const std::string &text, const std::regex &line) {
+  std::map<std::string, std::string> values;
+  for (std::sregex_iterator i(text.begin(), text.end(), line), end; i != end; ++i) {
+    values[(*i)[1]] = (*i)[2];
+  }
+  return values;
+}
+
+// The two renderings differ: a reply holds 25 characters of a value, spells a MAC address its own
+// way, and has no IPv6 addresses and no binary values.
+TEST_F(Kivosh, ShowsASessionAsKivodDoes) {
+  const Ended shown = kivosh({"show", "database", "mac", kMac});
+  EXPECT_EQ(0, shown.status) << shown.err;
+  auto told = values_in(shown.out, std::regex("([a-z0-9-]+) +(.*)\n"));
+  const Ended own = run(KIVOD_PATH, {"--replay", kDay, "--quiet", "--mac", kMac});
+  ASSERT_EQ(0, own.status) << own.err;
+  EXPECT_EQ("0000.5e00.5368", told["mac-address"]);
+  EXPECT_NE(std::string::npos, own.out.find("00:00:5e:00:53:68")) << own.out;
+  int compared = 0;
+  for (const char *name : {"user-name", "domain", "ipv4-address", "server-address", "port",
+                           "interface-name", "interface-id", "session-id", "audit-session-id",
+                           "method", "server-id", "called-station", "calling-station"}) {
+    ASSERT_TRUE(told.contains(name)) << shown.out;
+    const std::regex row("\\b" + std::string(name) + "\\b[^\n]*");
+    std::smatch found;
+    ASSERT_TRUE(std::regex_search(own.out, found, row)) << name << "\n" << own.out;
+    EXPECT_NE(std::string::npos, found[0].str().find(told[name])) << name << found[0];
+    ++compared;
+  }
+  EXPECT_EQ(13, compared);
+  // However it is asked for.
+  for (const Arguments &way : {Arguments{"mac", "0000.5e00.5368"},
+                               {"m", "00-00-5E-00-53-68"},
+                               {"ipv4", kIpv4},
+                               {"session-id", kAuditId}}) {
+    EXPECT_EQ(shown.out, kivosh({"show", "database", way[0], way[1]}).out) << way[0];
+  }
+}
+
+TEST_F(Kivosh, PrintsOneJsonDocument) {
+  using nlohmann::json;
+  const auto found = json::parse(kivosh({"--json", "sh", "da", "ip", kIpv4}).out);
+  EXPECT_EQ(4, found["cmdtype"]);
+  EXPECT_EQ(255, found["records"]);
+  EXPECT_EQ(21, found["attr_number"]);
+  EXPECT_EQ("ATTR_DB", found["database"]);
+  EXPECT_EQ(kIpv4, found["ipv4"]);
+  EXPECT_EQ(1, found["found"]);
+  ASSERT_EQ(21u, found["filter_info"].size());
+  const json entry = {{"attr_names", 2},
+                      {"attr_values", "0000.5e00.5368"},
+                      {"attr_type", 42},
+                      {"name", "mac-address"},
+                      {"kind", "MAC_ADDR"}};
+  EXPECT_EQ(entry, found["filter_info"][2]);
+  const auto types = json::parse(kivosh({"sh", "da", "attr", "--json"}).out);
+  EXPECT_EQ(0, types["cmdtype"]);
+  const json type = {{"attr_names", 2},
+                     {"attr_types", 4},
+                     {"attr_type", 42},
+                     {"name", "mac-address"},
+                     {"kind", "MAC_ADDR"}};
+  EXPECT_EQ(type, types["db_info"][2]);
+  const Ended none = kivosh({"--json", "sh", "da", "ip", "192.0.2.255"});
+  EXPECT_EQ(1, none.status);
+  EXPECT_EQ(0, json::parse(none.out)["found"]);
+}
+
+TEST_F(Kivosh, SaysByItsExitStatusWhatWentWrong) {
+  const std::string nowhere = directory_ / "nowhere";
+  const struct {
+    int status;
+    Arguments arguments;
+    std::string message;
+  } rows[] = {
+      {0, {"--help"}, ""},
+      {0, {"--version"}, ""},
+      {0, {"help"}, ""},
+      {1, {"show", "database", "mac", "00:00:00:00:00:01"}, "kivosh: no such session\n"},
+      {2, {"show"}, "kivosh: more is needed; expected: database\n"},
+      {2, {"show", "database", "mac", "00:01"}, "kivosh: '00:01' is no MAC address\n"},
+      {2, {"show", "database", "ipv4", "::1"}, "kivosh: '::1' is no IPv4 address\n"},
+      {2,
+       {"show", "database", "session-id", ""},
+       "kivosh: an audit session id has 1 to 511 bytes\n"},
+      {2,
+       {"show", "database", "session-id", std::string(512, 'i')},
+       "kivosh: an audit session id has 1 to 511 bytes\n"},
+      {2, {"--timeout", "-1", "show", "database"}, "--timeout"},
+      {2, {"--frobnicate"}, "--frobnicate"},
+      {3,
+       {"--socket", nowhere, "show", "database"},
+       "kivosh: " + nowhere + ": No such file or directory\n"},
+  };
+  for (const auto &row : rows) {
+    Arguments arguments = row.arguments;
+    const bool elsewhere = arguments[0] == "--socket";
+    const Ended ended = elsewhere ? run(KIVOSH_PATH, arguments) : kivosh(arguments);
+    EXPECT_EQ(row.status, ended.status) << ended.err;
+    EXPECT_NE(std::string::npos, ended.err.find(row.message)) << ended.err;
+    EXPECT_EQ(row.status == 0, ended.err.empty()) << ended.err;
+    EXPECT_EQ(row.status == 0, !ended.out.empty()) << ended.out;
+  }
+}
+
+TEST_F(Kivosh, RunsAScriptAndKeepsItsWorstFailure) {
+  const Ended ended = kivosh({}, "sh da\n\nfoo\n  sh da m 00:00:00:00:00:01\n\"x\nexit\nsh da\n");
+  EXPECT_EQ(2, ended.status);
+  EXPECT_EQ("Database  Owner  Sessions\nATTR_DB   kivod  255\n", ended.out);
+  EXPECT_EQ(
+      "kivosh: 'foo' is not known here; expected: show, help, exit, quit\n"
+      "kivosh: no such session\n"
+      "kivosh: a quote has no end\n",
+      ended.err);
+  EXPECT_EQ(0, kivosh({}, "sh da m '" + kMac + "'").status) << "no newline at the end";
+}
+
+// ---- At a terminal
+
+class Terminal {
+ public:
+  Terminal(const std::string &socket, const std::string &home) {
+    main_ = posix_openpt(O_RDWR | O_NOCTTY);
+    EXPECT_EQ(0, grantpt(main_));
+    EXPECT_EQ(0, unlockpt(main_));
+    const std::string name = ptsname(main_);
+    child_ = fork();
+    if (child_ == 0) {
+      setsid();
+      const int side = open(name.c_str(), O_RDWR);
+      const winsize size = {50, 200, 0, 0};
+      ioctl(side, TIOCSCTTY, 0);
+      ioctl(side, TIOCSWINSZ, &size);
+      for (int fd = 0; fd < 3; ++fd) dup2(side, fd);
+      setenv("HOME", home.c_str(), 1);
+      setenv("TERM", "xterm", 1);
+      execl(KIVOSH_PATH, "kivosh", "--socket", socket.c_str(), nullptr);
+      _exit(127);
+    }
+  }
+  ~Terminal() {
+    close(main_);
+    if (child_ > 0) waitpid(child_, nullptr, 0);
+  }
+  Terminal(const Terminal &) = delete;
+  Terminal &operator=(const Terminal &) = delete;
+
+  void type(const std::string &keys) const {
+    EXPECT_EQ(static_cast<ssize_t>(keys.size()), write(main_, keys.data(), keys.size()));
+  }
+
+  // Reads until a text has come, without escape sequences. All up to it, from the last call on.
+  std::string expect(const std::string &text) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (came_.find(text) == came_.npos) {
+      pollfd ready = {main_, POLLIN, 0};
+      poll(&ready, 1, 1000);
+      char piece[1024];
+      const ssize_t n = ready.revents != 0 ? read(main_, piece, sizeof piece) : 0;
+      if (n < 0 || std::chrono::steady_clock::now() > deadline) {
+        ADD_FAILURE() << "'" << text << "' did not come: " << came_;
+        return came_;
+      }
+      came_.append(piece, static_cast<size_t>(n));
+      came_ = std::regex_replace(came_, std::regex("\x1b\\[[0-9;?]*[A-Za-z]"), "");
+    }
+    const size_t end = came_.find(text) + text.size();
+    const std::string taken = came_.substr(0, end);
+    came_.erase(0, end);
+    return taken;
+  }
+
+  // The exit status.
+  int wait() {
+    int status = -1;
+    waitpid(std::exchange(child_, -1), &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  int main_;
+  pid_t child_;
+  std::string came_;
+};
+
+TEST_F(Kivosh, TalksAtATerminal) {
+  {
+    Terminal terminal(kivod_->socket(), directory_);
+    terminal.expect("kivosh> ");
+    terminal.type("sh\t");
+    terminal.expect("ow ");
+    terminal.type("d\t");
+    terminal.expect("atabase ");
+    terminal.type("?");
+    const std::string ways = terminal.expect("kivosh> show database ");
+    EXPECT_NE(std::string::npos, ways.find("mac MAC")) << ways;
+    EXPECT_NE(std::string::npos, ways.find("the session of this IPv4 address")) << ways;
+    terminal.type("\t");
+    terminal.expect("attributes");
+    terminal.type("m\t0000.5e00.5368\r");
+    terminal.expect("update-time");
+    terminal.expect("kivosh> ");
+    terminal.type("\x1b[A");  // up
+    terminal.expect("show database mac 0000.5e00.5368");
+    terminal.type("\x03");  // drops the line
+    terminal.expect("kivosh> ");
+    terminal.type("show da session-id a?b\r");  // no help within a value
+    terminal.expect("kivosh: no such session");
+    terminal.expect("kivosh> ");
+    terminal.type("e\r");
+    EXPECT_EQ(0, terminal.wait());
+  }
+  // The next one remembers.
+  Terminal terminal(kivod_->socket(), directory_);
+  terminal.expect("kivosh> ");
+  terminal.type("\x1b[A\x1b[A");
+  terminal.expect("show da session-id a?b");
+  terminal.type("\x03\x04");  // and the end of input
+  EXPECT_EQ(0, terminal.wait());
+}
+
+}  // namespace

@@ -1,0 +1,232 @@
+// What kivosh makes of replies: a daemon in the process says what a test wants.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+#include "daemon.h"
+#include "showing.h"
+
+namespace {
+
+using namespace kivosh;
+using Says = std::function<void(channel_connection *)>;
+
+// ---- What a daemon can say
+
+Says g_says;
+
+template <message_marshal_fn marshal>
+void bare(channel_connection *connection) {
+  EXPECT_EQ(PLATFORM_OK, channel_marshal(connection, nullptr, marshal));
+}
+const Says kStart = bare<show_kivo_database_resp_bundle_start_marshal>;
+const Says kCommit = bare<show_kivo_database_resp_bundle_commit_marshal>;
+const Says kAbort = bare<show_kivo_database_resp_bundle_abort_marshal>;
+
+Says refusal(const std::string &text) {
+  return [text](channel_connection *connection) { channel_nack(connection, text.c_str()); };
+}
+
+void common(channel_connection *connection) {
+  uint32_t err = 0;
+  auto *message =
+      zelui_kivo_db_common_msg_create(channel_message_definitions(connection, nullptr), &err);
+  auto *fields = zelui_kivo_db_common_msg_carried(message, &err);
+  zelui_kivo_db_common_set_cmdtype(fields, 3, &err);
+  zelui_kivo_db_common_set_records(fields, 4000000000, &err);
+  zelui_kivo_db_common_set_attr_number(fields, 21, &err);
+  zelui_kivo_db_common_set_database(fields, "ATTR_DB", 7, &err);
+  zelui_kivo_db_common_set_owner(fields, "\x1b[2J", 4, &err);  // would clear the screen
+  EXPECT_EQ(0u, err);
+  EXPECT_EQ(PLATFORM_OK, channel_marshal(connection, message, zelui_kivo_db_common_msg_marshal));
+  zelui_kivo_db_common_msg_destroy(message);
+}
+
+// The session of a device, with as many values, the rest padding. The second is cut within a
+// character.
+Says session(uint32_t n_values, uint32_t found = 1) {
+  return [=](channel_connection *connection) {
+    const auto *definitions = channel_message_definitions(connection, nullptr);
+    uint32_t err = 0;
+    auto *mac = message_mac_create(definitions, &err);
+    const uint8_t bytes[] = {0, 0x10, 0xa4, 0x23, 0x19, 0xc0};
+    message_mac_set(mac, bytes, &err);
+    auto *message = zelui_kivo_db_filter_msg_create(definitions, &err);
+    auto *filter = zelui_kivo_db_filter_msg_carried(message, &err);
+    zelui_kivo_db_filter_set_mac(filter, mac, &err);
+    zelui_kivo_db_filter_set_found(filter, found, &err);
+    for (uint32_t i = 0; i < 21; ++i) {
+      auto *entry = zelui_kivo_db_filter_data_create(definitions, &err);
+      zelui_kivo_db_filter_data_set_attr_names(entry, i < n_values ? i : 0, &err);
+      const std::string text = i >= n_values ? ""
+                               : i == 1      ? "caf\xc3"
+                                             : "value " + std::to_string(i);
+      zelui_kivo_db_filter_data_set_attr_values(entry, text.data(), text.size(), &err);
+      zelui_kivo_db_filter_append_filter_info(filter, entry, &err);
+    }
+    message_mac_destroy(mac);
+    EXPECT_EQ(0u, err);
+    EXPECT_EQ(PLATFORM_OK, channel_marshal(connection, message, zelui_kivo_db_filter_msg_marshal));
+    zelui_kivo_db_filter_msg_destroy(message);
+  };
+}
+
+void types(channel_connection *connection) {
+  const auto *definitions = channel_message_definitions(connection, nullptr);
+  uint32_t err = 0;
+  auto *message = zelui_kivo_db_msg_create(definitions, &err);
+  for (const uint32_t i : {0u, 1u, 0u}) {
+    auto *entry = zelui_kivo_db_data_create(definitions, &err);
+    zelui_kivo_db_data_set_attr_names(entry, i, &err);
+    zelui_kivo_db_data_set_attr_types(entry, 8 * i, &err);
+    zelui_kivo_db_append_db_info(zelui_kivo_db_msg_carried(message, &err), entry, &err);
+  }
+  EXPECT_EQ(0u, err);
+  EXPECT_EQ(PLATFORM_OK, channel_marshal(connection, message, zelui_kivo_db_msg_marshal));
+  zelui_kivo_db_msg_destroy(message);
+}
+
+Says all(std::vector<Says> parts) {
+  return [parts = std::move(parts)](channel_connection *connection) {
+    for (const Says &part : parts) part(connection);
+  };
+}
+Says then_end(Says says) {
+  return [says = std::move(says)](channel_connection *connection) {
+    says(connection);
+    channel_set_error(connection);
+  };
+}
+
+// ---- Asking it
+
+Reply reply_to(const Says &says, ReplyTo about) {
+  g_says = says;
+  channel_register_handler(
+      MESSAGE_SHOW_KIVO_DATABASE_REQUEST,
+      [](void *, void *, const channel_command *, channel_connection *connection, uint32_t) {
+        g_says(connection);
+        channel_finished(connection);
+      });
+  channel_client *client = nullptr;
+  EXPECT_EQ(PLATFORM_OK, channel_client_open_memory(&client, nullptr));
+  const std::unique_ptr<channel_client, decltype(&channel_client_close)> owned(
+      client, channel_client_close);
+  Question question;
+  question.about = about;
+  return exchange(*client, question);
+}
+
+std::string failure_of(const Says &says, ReplyTo about) {
+  try {
+    reply_to(says, about);
+    return "";
+  } catch (const DaemonFailure &failure) {
+    return failure.what();
+  }
+}
+
+TEST(ShellReply, IsTakenWholeOrNotAtAll) {
+  const std::string nonsense = "the daemon's reply makes no sense";
+  const std::string cut_off = "the daemon ended the connection before its reply was whole";
+  const struct {
+    const char *name;
+    Says says;
+    std::string failure;
+  } rows[] = {
+      {"whole", all({kStart, common, session(2), kCommit}), ""},
+      {"refused at once", refusal("Not permitted."), "the daemon refused: Not permitted."},
+      {"refused without a reason", refusal(""), "the daemon refused"},
+      {"refused in control characters", refusal("\x1b[2J"), "the daemon refused: \\x1b[2J"},
+      {"aborted", all({kStart, kAbort, refusal("no memory")}), "the daemon refused: no memory"},
+      {"aborted without a reason", all({kStart, kAbort, kCommit}), nonsense},
+      {"no commit", then_end(all({kStart, common, session(2)})), cut_off},
+      {"nothing", then_end(all({})), cut_off},
+      {"silence", all({kStart, common}), "the daemon does not answer"},
+      {"no start", all({common, session(2), kCommit}), nonsense},
+      {"two starts", all({kStart, kStart}), nonsense},
+      {"no database", all({kStart, session(2), kCommit}), nonsense},
+      {"commit alone", all({kStart, kCommit}), nonsense},
+      {"two databases", all({kStart, common, common, kCommit}), nonsense},
+      {"two sessions", all({kStart, common, session(2), session(2), kCommit}), nonsense},
+      {"no session", all({kStart, common, kCommit}), "the daemon's reply lacks what was asked for"},
+      {"the types instead", all({kStart, common, types, kCommit}),
+       "the daemon's reply lacks what was asked for"},
+  };
+  for (const auto &row : rows) {
+    EXPECT_EQ(row.failure, failure_of(row.says, ReplyTo::kMac)) << row.name;
+  }
+}
+
+const Catalogue kCatalogue = {{1, "user-name", "VAR STR"}, {2, "domain", "VAR STR"}};
+
+std::string table_of(const Reply &reply, const Catalogue &catalogue) {
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *stream = open_memstream(&text, &size);
+  show_as_table(reply, catalogue, stream);
+  std::fclose(stream);
+  const std::string table(text, size);
+  std::free(text);
+  return table;
+}
+
+TEST(ShellReply, IsShownWithNamesAndWithoutPadding) {
+  const Reply found = reply_to(all({kStart, common, session(3), kCommit}), ReplyTo::kMac);
+  EXPECT_EQ(
+      "Attribute   Value\n"
+      "user-name   value 0\n"
+      "domain      caf\\xc3\n"
+      "position 2  value 2\n",
+      table_of(found, kCatalogue));
+  EXPECT_EQ(R"({
+  "cmdtype": 3,
+  "records": 4000000000,
+  "attr_number": 21,
+  "database": "ATTR_DB",
+  "owner": "\u001b[2J",
+  "mac": "00:10:a4:23:19:c0",
+  "found": 1,
+  "filter_info": [
+    {
+      "attr_names": 0,
+      "attr_values": "value 0",
+      "attr_type": 1,
+      "name": "user-name",
+      "kind": "VAR STR"
+    },
+    {
+      "attr_names": 1,
+      "attr_values": "caf)"
+            "\xef\xbf\xbd"
+            R"(",
+      "attr_type": 2,
+      "name": "domain",
+      "kind": "VAR STR"
+    },
+    {
+      "attr_names": 2,
+      "attr_values": "value 2"
+    }
+  ]
+})",
+            as_json(found, kCatalogue));
+  const Reply none = reply_to(all({kStart, common, session(0, 0), kCommit}), ReplyTo::kMac);
+  EXPECT_FALSE(none.session->found);
+  EXPECT_TRUE(none.session->values.empty());
+
+  const Reply listed = reply_to(all({kStart, common, types, kCommit}), ReplyTo::kTypes);
+  EXPECT_EQ(
+      "Position  Attribute   Type  Kind\n"
+      "0         user-name   1     VAR STR\n"
+      "1         position 1        8\n",
+      table_of(listed, {kCatalogue[0]}));
+  const Reply database = reply_to(all({kStart, common, kCommit}), ReplyTo::kDatabase);
+  EXPECT_EQ(
+      "Database  Owner    Sessions\n"
+      "ATTR_DB   \\x1b[2J  4000000000\n",
+      table_of(database, {}));
+}
+
+}  // namespace
