@@ -15,6 +15,7 @@ inline constexpr uint32_t kTagNotifyReg = kTagBase | 4;
 inline constexpr uint32_t kTagShadowRecord = kTagBase | 5;
 inline constexpr uint32_t kTagShadowEntry = kTagBase | 6;
 inline constexpr uint32_t kTagShowText = kTagBase | 7;
+inline constexpr uint32_t kTagLabelTable = kTagBase | 8;
 // 22 to 26 are the size classes of the shadow value pool (shadow_db.cpp).
 
 }  // namespace kivo

@@ -10,6 +10,7 @@
 
 #include "index_list.h"
 #include "kivo/attribute_removal.h"
+#include "large_sets.h"
 #include "platform/attrdb.h"
 #include "trace.h"
 
@@ -140,14 +141,9 @@ uint32_t no_match(kivo_maqi &query, const TraceMessage &message, const Condition
   return PLATFORM_OK;
 }
 
-// Narrows the candidates to those that `answer` holds too.
-uint32_t intersect_candidates(kivo_maqi &query, IndexListPtr answer,
-                              const IndexedCondition &condition, uint32_t *flag) noexcept {
-  kivo_index_list *narrowed = nullptr;
-  if (kivo_index_list_intersection(query.candidates, answer.get(), &narrowed) !=
-      KIVO_INDEX_LIST_OK) {
-    return fail_condition(query, msg::kQueryIntersectFailed, condition, KIVO_ERR_INVALID_ARG);
-  }
+// Puts what an intersection left in the candidates' place; null when it left nothing.
+uint32_t take_narrowed(kivo_maqi &query, kivo_index_list *narrowed,
+                       const IndexedCondition &condition, uint32_t *flag) noexcept {
   if (narrowed == nullptr) {
     return no_match(query, msg::kQueryNoIntersection, condition, condition.indexed);
   }
@@ -161,8 +157,27 @@ uint32_t intersect_candidates(kivo_maqi &query, IndexListPtr answer,
   return still_matching(query, flag);
 }
 
+// Narrows the candidates to those that `answer` holds too.
+uint32_t intersect_candidates(kivo_maqi &query, IndexListPtr answer,
+                              const IndexedCondition &condition, uint32_t *flag) noexcept {
+  kivo_index_list *narrowed = nullptr;
+  if (kivo_index_list_intersection(query.candidates, answer.get(), &narrowed) !=
+      KIVO_INDEX_LIST_OK) {
+    return fail_condition(query, msg::kQueryIntersectFailed, condition, KIVO_ERR_INVALID_ARG);
+  }
+  return take_narrowed(query, narrowed, condition, flag);
+}
+
 uint32_t add_indexed_condition(kivo_maqi &query, const IndexedCondition &condition,
                                uint32_t *flag) noexcept {
+  if (query.candidates != nullptr) {
+    IndexListPtr narrowed =
+        narrow_in_store(query.candidates, condition.type, condition.value, condition.length);
+    if (narrowed != nullptr) {
+      const bool any = narrowed->count != 0;
+      return take_narrowed(query, any ? narrowed.release() : nullptr, condition, flag);
+    }
+  }
   kivo_index_list *list = nullptr;
   if (kivo_index_list_create(&list) != KIVO_INDEX_LIST_OK) {
     return fail_condition(query, msg::kQueryListFailed, condition, KIVO_ERR_NO_MEMORY);

@@ -2,6 +2,7 @@
 // Threads: none; the process serialises all calls.
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "library_references.h"
 #include "platform/attrdb.h"
@@ -52,6 +53,34 @@ std::uint32_t append_labels(const ValueIndex::Found &found, kivo_index_list **li
   return PLATFORM_OK;
 }
 
+// Which of ascending labels a set holds. Where there are about as many labels as it has, both are
+// walked; else the few are looked up among the many.
+std::uint32_t *keep_held(const LabelSet &set, std::span<const std::uint32_t> labels,
+                         std::uint32_t *kept) noexcept {
+  constexpr std::size_t kStepsOfALookUp = 64;
+  if (set.size() / kStepsOfALookUp > labels.size()) {
+    for (const std::uint32_t label : labels) {
+      if (set.contains(label)) *kept++ = label;
+    }
+    return kept;
+  }
+  auto held = set.lower_bound(labels.front());
+  const auto end = set.end();
+  if (labels.size() / kStepsOfALookUp > set.size()) {
+    for (; held != end; ++held) {
+      if (std::ranges::binary_search(labels, *held)) *kept++ = *held;
+    }
+    return kept;
+  }
+  for (const std::uint32_t label : labels) {
+    while (held != end && *held < label) ++held;
+    if (held == end) break;
+    *kept = label;
+    kept += *held == label ? 1 : 0;
+  }
+  return kept;
+}
+
 }  // namespace
 }  // namespace kivo_platform
 
@@ -66,6 +95,37 @@ extern "C" std::uint32_t attrdb_get_labels_by_attr(std::uint32_t type, const voi
   ValueIndex::Found found;
   const std::uint32_t status = look_up(type, value, size, found);
   return status == PLATFORM_OK ? append_labels(found, list, *count) : status;
+}
+
+extern "C" std::uint32_t attrdb_count_labels_by_attr(std::uint32_t type, const void *value,
+                                                     std::uint32_t size,
+                                                     std::uint32_t *count) noexcept {
+  if (count == nullptr) return ATTRDB_ERR_INVALID_ARG;
+  ValueIndex::Found found;
+  const std::uint32_t status = look_up(type, value, size, found);
+  *count = found.count();
+  return status;
+}
+
+extern "C" std::uint32_t attrdb_keep_labels_by_attr(std::uint32_t type, const void *value,
+                                                    std::uint32_t size, const std::uint32_t *labels,
+                                                    std::uint32_t n_labels, std::uint32_t *kept,
+                                                    std::uint32_t *n_kept) noexcept {
+  if (n_kept == nullptr) return ATTRDB_ERR_INVALID_ARG;
+  *n_kept = 0;
+  if (kept == nullptr || (labels == nullptr && n_labels != 0)) return ATTRDB_ERR_INVALID_ARG;
+  ValueIndex::Found found;
+  const std::uint32_t status = look_up(type, value, size, found);
+  if (status != PLATFORM_OK || n_labels == 0) return status;
+  const std::uint32_t *end = kept;
+  if (found.shared != nullptr) {
+    end = keep_held(*found.shared, {labels, n_labels}, kept);
+  } else if (found.label != 0) {
+    end = std::find(labels, labels + n_labels, found.label) != labels + n_labels ? kept + 1 : kept;
+    *kept = found.label;
+  }
+  *n_kept = static_cast<std::uint32_t>(end - kept);
+  return PLATFORM_OK;
 }
 
 extern "C" std::uint32_t attrdb_get_label_by_attr(std::uint32_t type, const void *value,

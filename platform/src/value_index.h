@@ -36,6 +36,9 @@ class ValueIndex {
     std::uint32_t label = 0;
     const LabelSet *shared = nullptr;
 
+    std::uint32_t count() const noexcept {
+      return shared != nullptr ? static_cast<std::uint32_t>(shared->size()) : label != 0 ? 1 : 0;
+    }
     std::uint32_t lowest_label() const noexcept {
       return shared != nullptr ? *shared->begin() : label;
     }

@@ -66,6 +66,19 @@ PLATFORM_API uint32_t attrdb_get_labels_by_attr(uint32_t type, const void *value
                                                 struct kivo_index_list **list,
                                                 uint32_t *count) PLATFORM_NOEXCEPT;
 
+/* How many sessions have this value; and which of some labels do, in their order. Two operations
+ * that the library uses for large answers where a platform has them; a host's own platform may lack
+ * them. labels    n_labels, ascending, each above the one before. kept      receives at most
+ * n_labels. n_kept    receives how many. Returns, with the arguments of
+ * attrdb_get_labels_by_attr(), its statuses; the outputs are 0 on error. Cost: one look-up; for the
+ * labels a step each, and at most 64 steps of the value's sessions. */
+PLATFORM_API uint32_t attrdb_count_labels_by_attr(uint32_t type, const void *value, uint32_t size,
+                                                  uint32_t *count) PLATFORM_NOEXCEPT;
+PLATFORM_API uint32_t attrdb_keep_labels_by_attr(uint32_t type, const void *value, uint32_t size,
+                                                 const uint32_t *labels, uint32_t n_labels,
+                                                 uint32_t *kept,
+                                                 uint32_t *n_kept) PLATFORM_NOEXCEPT;
+
 /* The lowest label, or its record, that has this value; 0 or null when nobody has it. Arguments,
  * statuses and cost as above. On error the output is 0 or null. */
 PLATFORM_API uint32_t attrdb_get_label_by_attr(uint32_t type, const void *value, uint32_t size,
