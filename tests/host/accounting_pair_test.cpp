@@ -13,12 +13,7 @@
 
 #include "accounting_pair.h"
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KIVO_SANITIZED
-#endif
-#endif
-#if !defined(KIVO_SANITIZED) && !defined(__SANITIZE_ADDRESS__)
+#ifndef KIVO_SANITIZED
 #define KIVO_OWN_HEAP
 static bool heap_fails;
 static size_t heap_calls;

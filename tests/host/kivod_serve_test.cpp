@@ -83,7 +83,7 @@ TEST(KivodServe, AnswersAThousandRequestsInARow) {
   for (uint32_t n = 0; n < 1000; ++n) ask(n);
   // One connection may be about to be closed.
   EXPECT_LE(descriptors(kivod.pid()), files_before + 1);
-#ifndef __SANITIZE_ADDRESS__  // whose memory grows by itself
+#ifndef KIVO_SANITIZED  // whose memory grows by itself
   EXPECT_LE(resident_pages(kivod.pid()), pages_before + 16);
 #endif
   EXPECT_EQ(0, kivod.stop(SIGTERM));
