@@ -28,7 +28,9 @@
 #include "absl/strings/string_view.h"
 
 // The store's own table is hidden in its library, so it is compiled in.
-#include "../platform/src/ref_table.cpp"
+#include "../platform/src/pages.cpp"
+#include "../platform/src/ref_table.h"
+#include "../platform/src/slabs.cpp"
 
 namespace {
 
@@ -122,22 +124,28 @@ class InRecord {
   // A value that is there already would be shared: the store looks before it adds.
   void add(std::string_view id, uint32_t session) {
     if (look_up(id) != nullptr || !table_.reserve()) std::abort();
-    table_.insert(hash(id), session);
+    table_.insert(hash(id), {session, ~session});
   }
-  uint32_t find(std::string_view id) { return *look_up(id); }
-  void remove(std::string_view id, uint32_t session) { table_.erase(hash(id), session); }
+  uint32_t find(std::string_view id) { return ~look_up(id)->label; }
+  void remove(std::string_view id, uint32_t session) {
+    table_.erase(hash(id), [&](const Entry &entry) { return entry.session == session; });
+  }
 
  private:
   static uint32_t hash(std::string_view id) {
     const uint64_t h = absl::Hash<absl::string_view>()(absl::string_view(id.data(), id.size()));
     return static_cast<uint32_t>(h ^ (h >> 32));
   }
-  const uint32_t *look_up(std::string_view id) {
-    return table_.find(hash(id), [&](uint32_t session) { return values_[session] == id; });
+  struct Entry {
+    uint32_t session;
+    uint32_t label;
+  };
+  const Entry *look_up(std::string_view id) {
+    return table_.find(hash(id), [&](const Entry &entry) { return values_[entry.session] == id; });
   }
 
   const Ids &values_;
-  kivo_platform::RefTable table_;
+  kivo_platform::RefTable<Entry, 128> table_;
 };
 
 double seconds_of_process() {

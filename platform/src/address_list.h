@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "attribute_block.h"
+#include "stored_attributes.h"
 
 namespace kivo_platform {
 

@@ -1,8 +1,8 @@
 // Attributes of one session: reading, writing, removing, and the shadow record that hangs on a
-// context. Over the packed block; tells the indexes of every change of a context that a record
+// context. Over StoredAttributes; tells the indexes of every change of a context that a record
 // owns.
-// Invariant of a write: the block's memory and the new index entries are secured first; dropping
-// the old entries and committing the block cannot fail. A context and its indexes never disagree.
+// Invariant of a write: the value's memory and the new index entries are secured first; dropping
+// the old entries and committing the value cannot fail. A context and its indexes never disagree.
 // Threads: none; the process serialises all calls.
 #include "attribute_context.h"
 
@@ -10,10 +10,10 @@
 #include <new>
 
 #include "address_list.h"
-#include "attribute_block.h"
 #include "library_references.h"
 #include "platform/auth_mgr_idc.h"
 #include "record_indexes.h"
+#include "stored_attributes.h"
 
 namespace kivo_platform {
 
@@ -21,7 +21,7 @@ void destroy_context(auth_ctxt *ctxt) noexcept {
   if (ctxt->shadow != nullptr && shadowdb_destroy_record != nullptr) {
     shadowdb_destroy_record(ctxt->shadow);
   }
-  free_block(ctxt->attributes);
+  ctxt->attributes.clear();
   sessions.give_back(ctxt);
 }
 
@@ -37,7 +37,7 @@ IndexedSession session_of(const auth_ctxt *ctxt) noexcept {
 
 // Makes the value of a type its first `keep` bytes and `tail`. With keep, nothing leaves an index.
 std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, std::uint32_t keep, Bytes tail) noexcept {
-  BlockWrite pending(ctxt->attributes, type, keep, tail);
+  AttributeWrite pending(ctxt->attributes, type, keep, tail);
   if (!pending.prepare()) return AAA_ERR_NO_MEMORY;
   if (is_record(ctxt)) {
     RecordIndexes &indexes = *record_indexes();
@@ -52,7 +52,7 @@ std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, std::uint32_t keep, Byt
 
 std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
                           std::uint32_t *changed) noexcept {
-  const StoredValue old = find_value(ctxt->attributes, type);
+  const StoredValue old = ctxt->attributes.find(type);
   if (old.found && old.bytes == value) return PLATFORM_OK;
   const std::uint32_t status = write(ctxt, type, 0, value);
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
@@ -60,9 +60,9 @@ std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
 }
 
 // Appends the addresses that are not stored yet, each once. They are gathered in memory of their
-// own, which also settles a value that lies in the block to be written.
+// own, which also settles a value that is the session's own.
 std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value, std::uint32_t *changed) noexcept {
-  const StoredValue old = find_value(ctxt->attributes, AAA_ATTR_IPV6_ADDRESSES);
+  const StoredValue old = ctxt->attributes.find(AAA_ATTR_IPV6_ADDRESSES);
   char few[8 * kAddressBytes];
   std::unique_ptr<char[]> many;
   char *missing = few;
@@ -90,7 +90,7 @@ void remove_whole(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &stored
     record_indexes()->leave(session_of(ctxt), type, stored.bytes);
     record_indexes()->lost(type);
   }
-  erase_value(ctxt->attributes, stored);
+  ctxt->attributes.erase(stored);
 }
 
 std::uint32_t remove_address(auth_ctxt *ctxt, const StoredValue &stored, Bytes address) noexcept {
@@ -105,7 +105,7 @@ std::uint32_t remove_address(auth_ctxt *ctxt, const StoredValue &stored, Bytes a
     record_indexes()->leave(session_of(ctxt), AAA_ATTR_IPV6_ADDRESSES,
                             stored.bytes.substr(at, kAddressBytes));
   }
-  cut_value(ctxt->attributes, stored, static_cast<std::uint32_t>(at), kAddressBytes);
+  ctxt->attributes.cut(stored, static_cast<std::uint32_t>(at), kAddressBytes);
   return PLATFORM_OK;
 }
 
@@ -147,7 +147,7 @@ extern "C" std::uint32_t auth_mgr_idc_get_attr(const auth_ctxt *ctxt, std::uint3
     return AAA_ERR_INVALID_ARG;
   }
   if (!in_dictionary(type)) return AAA_ERR_UNSUPPORTED_ATTR;
-  const StoredValue stored = find_value(ctxt->attributes, type);
+  const StoredValue stored = ctxt->attributes.find(type);
   if (!stored.found) return PLATFORM_OK;
   *value = stored.bytes.data();
   *size = static_cast<std::uint32_t>(stored.bytes.size());
@@ -159,7 +159,7 @@ extern "C" std::uint32_t auth_mgr_idc_remove_attr_by_type(auth_ctxt *ctxt,
                                                           std::uint32_t type) noexcept {
   if (ctxt == nullptr) return AAA_ERR_INVALID_ARG;
   if (!in_dictionary(type)) return AAA_ERR_UNSUPPORTED_ATTR;
-  const StoredValue stored = find_value(ctxt->attributes, type);
+  const StoredValue stored = ctxt->attributes.find(type);
   if (stored.found) remove_whole(ctxt, type, stored);
   return PLATFORM_OK;
 }
@@ -170,7 +170,7 @@ extern "C" std::uint32_t auth_mgr_idc_remove_attr_by_type_and_value(auth_ctxt *c
                                                                     std::uint32_t size) noexcept {
   if (ctxt == nullptr || value == nullptr) return AAA_ERR_INVALID_ARG;
   if (!in_dictionary(type)) return AAA_ERR_UNSUPPORTED_ATTR;
-  const StoredValue stored = find_value(ctxt->attributes, type);
+  const StoredValue stored = ctxt->attributes.find(type);
   if (!stored.found) return AAA_ERR_NOT_FOUND;
   const Bytes wanted = as_bytes(value, size);
   if (type == AAA_ATTR_IPV6_ADDRESSES) return remove_address(ctxt, stored, wanted);

@@ -5,8 +5,8 @@
 #include <bitset>
 #include <cstdint>
 
-#include "attribute_block.h"
 #include "platform/aaa.h"
+#include "stored_attributes.h"
 
 namespace kivo_platform {
 

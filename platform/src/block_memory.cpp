@@ -8,6 +8,8 @@
 #include <iterator>
 #include <new>
 
+#include "slabs.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #define BLOCK_MEMORY_POISONS 1
 #elif defined(__has_feature)
@@ -83,7 +85,7 @@ void *take_block_memory(std::uint32_t size) noexcept {
     return block;
   }
   if (static_cast<std::size_t>(pool.fresh_end - pool.fresh) < size) {
-    void *chunk = ::operator new (kChunkBytes, std::align_val_t{kStep}, std::nothrow);
+    void *chunk = take_chunk(kChunkBytes);
     if (chunk == nullptr) return nullptr;
     pool.fresh = static_cast<std::byte *>(chunk);
     pool.fresh_end = pool.fresh + kChunkBytes;

@@ -12,11 +12,14 @@
 #include <memory>
 #include <new>
 
+#include "slabs.h"
+
 namespace kivo_platform {
 
 template <typename T, std::uint32_t kPerChunk>
 class ChunkedArray {
   static_assert(std::has_single_bit(kPerChunk));
+  static_assert(sizeof(T) * kPerChunk % kChunkAlignment == 0 && alignof(T) <= kChunkAlignment);
 
  public:
   constexpr ChunkedArray() noexcept = default;
@@ -33,7 +36,7 @@ class ChunkedArray {
   // Adds kPerChunk value-initialised elements; false without memory or beyond kMaxElements.
   [[nodiscard]] bool grow() noexcept {
     if (chunk_count_ == kMaxElements / kPerChunk || !grow_directory()) return false;
-    void *chunk = ::operator new(sizeof(T) * kPerChunk, kAlignment, std::nothrow);
+    void *chunk = take_chunk(sizeof(T) * kPerChunk);
     if (chunk == nullptr) return false;
     auto *elements = static_cast<T *>(chunk);
     std::uninitialized_value_construct_n(elements, kPerChunk);
@@ -44,7 +47,7 @@ class ChunkedArray {
   void release() noexcept {
     for (std::uint32_t i = 0; i < chunk_count_; ++i) {
       std::destroy_n(chunks_[i], kPerChunk);
-      ::operator delete(chunks_[i], kAlignment);
+      give_chunk(chunks_[i], sizeof(T) * kPerChunk);
     }
     ::operator delete(chunks_);
     chunks_ = nullptr;
@@ -54,7 +57,6 @@ class ChunkedArray {
  private:
   // The upper half of the 32-bit numbers is left to users that mark them.
   static constexpr std::uint32_t kMaxElements = UINT32_C(1) << 31;
-  static constexpr std::align_val_t kAlignment{std::max(alignof(T), std::size_t{64})};
 
   bool grow_directory() noexcept {
     if (chunk_count_ < directory_size_) return true;

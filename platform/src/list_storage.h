@@ -7,7 +7,8 @@
 
 #include <cstdint>
 
-#include "attribute_block.h"
+
+#include "stored_attributes.h"
 
 namespace kivo_platform {
 

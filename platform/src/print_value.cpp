@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "attribute_block.h"
 #include "platform/attrdb.h"
+#include "stored_attributes.h"
 
 namespace kivo_platform {
 namespace {

@@ -43,7 +43,7 @@ bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
   for (std::uint32_t slot = 0; slot < sessions.slots_used(); ++slot) {
     const std::uint32_t label = sessions.label_at(slot);
     if (label == 0) continue;
-    const StoredValue stored = find_value(sessions.at(slot).attributes, type);
+    const StoredValue stored = sessions.at(slot).attributes.find(type);
     if (stored.found && !add_to(index, {slot, label}, type, stored.bytes)) return false;
   }
   return true;
@@ -72,16 +72,16 @@ void RecordIndexes::leave(IndexedSession session, std::uint32_t type, Bytes valu
   if (indexes_[type] != nullptr) remove_from(*indexes_[type], session, type, value);
 }
 
-bool RecordIndexes::enter_all(IndexedSession session, const AttributeBlock *block) noexcept {
+bool RecordIndexes::enter_all(IndexedSession session, const StoredAttributes &attributes) noexcept {
   std::uint32_t entered = 0;
-  const bool complete = for_each_value(block, [&](std::uint32_t type, Bytes value) {
+  const bool complete = attributes.for_each([&](std::uint32_t type, Bytes value) {
     if (!enter(session, type, value)) return false;
     gained(type);
     ++entered;
     return true;
   });
   if (complete) return true;
-  for_each_value(block, [&](std::uint32_t type, Bytes value) {
+  attributes.for_each([&](std::uint32_t type, Bytes value) {
     if (entered-- == 0) return false;
     leave(session, type, value);
     lost(type);
@@ -90,8 +90,8 @@ bool RecordIndexes::enter_all(IndexedSession session, const AttributeBlock *bloc
   return false;
 }
 
-void RecordIndexes::leave_all(IndexedSession session, const AttributeBlock *block) noexcept {
-  for_each_value(block, [&](std::uint32_t type, Bytes value) {
+void RecordIndexes::leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept {
+  attributes.for_each([&](std::uint32_t type, Bytes value) {
     leave(session, type, value);
     lost(type);
     return true;

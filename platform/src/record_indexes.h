@@ -9,9 +9,9 @@
 #include <array>
 #include <cstdint>
 
-#include "attribute_block.h"
 #include "node_memory.h"
 #include "platform/aaa_dictionary.h"
+#include "stored_attributes.h"
 #include "value_index.h"
 
 namespace kivo_platform {
@@ -33,8 +33,8 @@ class RecordIndexes {
   void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
 
   // All attributes of a record at once.
-  [[nodiscard]] bool enter_all(IndexedSession session, const AttributeBlock *block) noexcept;
-  void leave_all(IndexedSession session, const AttributeBlock *block) noexcept;
+  [[nodiscard]] bool enter_all(IndexedSession session, const StoredAttributes &attributes) noexcept;
+  void leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept;
 
   // A record has its first value of the type, or has no longer any.
   void gained(std::uint32_t type) noexcept { ++holders_[type]; }

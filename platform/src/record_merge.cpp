@@ -28,7 +28,7 @@ extern "C" std::uint32_t auth_mgr_idc_merge_rec_to_list_without_replace(
   TypeSet held_at_entry;
   std::uint32_t status = types_of_list(list, held_at_entry);
   if (status != PLATFORM_OK) return status;
-  for_each_value(ctxt->attributes, [&](std::uint32_t type, Bytes value) {
+  ctxt->attributes.for_each([&](std::uint32_t type, Bytes value) {
     if (!held_at_entry.test(type)) status = add_value(list, type, value);
     return status == PLATFORM_OK;
   });

@@ -1,40 +1,52 @@
-// Hash table of 32-bit references under 32-bit hashes: the table below the label directory and the
+// Hash table of small payloads under 32-bit hashes: the table below the label directory and the
 // value indexes. It holds no keys; the caller's match function compares them where they are stored.
-// Linear hashing over buckets of one cache line: the table grows by one bucket at a time, so no
-// insertion ever rebuilds it, and a bucket that cannot be had only makes others fuller for a while.
+// Linear hashing over buckets of one or two cache lines: the table grows by one bucket at a time, so
+// no insertion ever rebuilds it, and a bucket that cannot be had only makes others fuller for a
+// while.
 // Invariants: (1) of a bucket's lines all but the last are full; (2) equal entries may repeat; (3)
 // insert() after a successful reserve(), find(), erase() cannot fail.
 // Threads: none; the process serialises all calls.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "chunked_array.h"
 
 namespace kivo_platform {
 
+// kLineBytes is 64 or 128. The longer line holds larger payloads at less cost: of more entries a
+// smaller share does not fit.
+template <typename Payload, std::size_t kLineBytes>
 class RefTable {
  public:
   constexpr RefTable() noexcept = default;
 
   // Makes sure that the next insert() has the memory it may need.
   [[nodiscard]] bool reserve() noexcept;
-  void insert(std::uint32_t hash, std::uint32_t ref) noexcept;
+  void insert(std::uint32_t hash, Payload payload) noexcept;
 
-  // Removes one entry with this hash and reference; false when there is none.
-  bool erase(std::uint32_t hash, std::uint32_t ref) noexcept;
-
-  // The first reference under this hash that match(reference) accepts, null when there is none. It
-  // may be overwritten in place; the address holds until the next insertion or removal.
+  // Removes the first entry under this hash that match(payload) accepts; false when there is none.
   template <typename Match>
-  std::uint32_t *find(std::uint32_t hash, Match &&match) noexcept {
+  bool erase(std::uint32_t hash, Match &&match) noexcept;
+
+  // The first payload under this hash that match(payload) accepts, null when there is none. It may
+  // be overwritten in place; the address holds until the next insertion or removal.
+  template <typename Match>
+  Payload *find(std::uint32_t hash, Match &&match) noexcept {
     if (bucket_count_ == 0) return nullptr;
     for (Line *line = &buckets_[bucket_of(hash)];; line = &overflow_[line->next - 1]) {
+      fetch(line);
       for (std::uint32_t i = 0; i < line->count; ++i) {
-        if (line->hash[i] == hash && match(line->ref[i])) return &line->ref[i];
+        if (line->hash[i] == hash && match(line->payload[i])) return &line->payload[i];
       }
       if (line->next == 0) return nullptr;
     }
+  }
+
+  // Has the memory fetched that find(), insert() or erase() will read first.
+  void prefetch(std::uint32_t hash) const noexcept {
+    if (bucket_count_ != 0) fetch(&buckets_[bucket_of(hash)]);
   }
 
   std::uint32_t size() const noexcept { return size_; }
@@ -42,35 +54,157 @@ class RefTable {
   void release() noexcept;
 
  private:
-  static constexpr std::uint32_t kLineEntries = 7;
-  static constexpr std::uint32_t kEntriesPerBucket = 5;  // average; more costs second lines
-  static constexpr std::uint32_t kFirstBuckets = 128;
-
   // A bucket's first line, or one of the lines chained behind it.
-  struct alignas(64) Line {
-    std::uint32_t hash[kLineEntries];
-    std::uint32_t ref[kLineEntries];
+  static constexpr std::uint32_t kLineEntries =
+      (kLineBytes - 2 * sizeof(std::uint32_t)) / (sizeof(std::uint32_t) + sizeof(Payload));
+  struct alignas(kChunkAlignment) Line {
     std::uint32_t count;
     std::uint32_t next;  // number of the next line in overflow_, plus 1; 0 at the end
+    std::uint32_t hash[kLineEntries];
+    Payload payload[kLineEntries];
   };
-  static_assert(sizeof(Line) == 64);
+  static_assert(sizeof(Line) == kLineBytes);
 
+  static constexpr std::uint32_t kFirstBuckets = 8192 / kLineBytes;
+  // Entries for each bucket, in quarters; more would cost second lines.
+  static constexpr std::uint32_t kFillQuarters = kLineEntries * 3;
+
+  static void fetch(const Line *line) noexcept {
+    for (std::size_t at = 0; at < kLineBytes; at += 64) {
+      __builtin_prefetch(reinterpret_cast<const char *>(line) + at);
+    }
+  }
   std::uint32_t bucket_of(std::uint32_t hash) const noexcept {
     const std::uint32_t bucket = hash & (2 * round_buckets_ - 1);
     return bucket < bucket_count_ ? bucket : bucket & (round_buckets_ - 1);
   }
-  Line *append(Line *last, std::uint32_t hash, std::uint32_t ref) noexcept;
+  Line *append(Line *last, std::uint32_t hash, Payload payload) noexcept;
   void split_next_bucket() noexcept;
   std::uint32_t take_overflow_line() noexcept;
   void give_overflow_line(std::uint32_t number) noexcept;
 
   ChunkedArray<Line, kFirstBuckets> buckets_;
-  ChunkedArray<Line, 64> overflow_;
+  ChunkedArray<Line, kFirstBuckets / 2> overflow_;
   std::uint32_t free_overflow_ = 0;   // first free line plus 1, chained through Line::next
   std::uint32_t fresh_overflow_ = 0;  // lines of overflow_ from here on were never used
   std::uint32_t bucket_count_ = 0;    // round_buckets_ <= bucket_count_ < 2 * round_buckets_
   std::uint32_t round_buckets_ = kFirstBuckets;
   std::uint32_t size_ = 0;
 };
+
+template <typename Payload, std::size_t kLineBytes>
+bool RefTable<Payload, kLineBytes>::reserve() noexcept {
+  if (bucket_count_ == 0) {
+    if (!buckets_.grow()) return false;
+    bucket_count_ = round_buckets_ = kFirstBuckets;
+  }
+  return free_overflow_ != 0 || fresh_overflow_ < overflow_.capacity() || overflow_.grow();
+}
+
+template <typename Payload, std::size_t kLineBytes>
+void RefTable<Payload, kLineBytes>::insert(std::uint32_t hash, Payload payload) noexcept {
+  Line *last = &buckets_[bucket_of(hash)];
+  while (last->next != 0) last = &overflow_[last->next - 1];
+  append(last, hash, payload);
+  ++size_;
+  if (std::uint64_t{size_} * 4 > std::uint64_t{bucket_count_} * kFillQuarters) split_next_bucket();
+}
+
+template <typename Payload, std::size_t kLineBytes>
+template <typename Match>
+bool RefTable<Payload, kLineBytes>::erase(std::uint32_t hash, Match &&match) noexcept {
+  if (bucket_count_ == 0) return false;
+  Line *hole_line = nullptr;
+  std::uint32_t hole = 0;
+  Line *before_last = nullptr;
+  Line *last = &buckets_[bucket_of(hash)];
+  for (;;) {
+    for (std::uint32_t i = 0; hole_line == nullptr && i < last->count; ++i) {
+      if (last->hash[i] == hash && match(last->payload[i])) {
+        hole_line = last;
+        hole = i;
+      }
+    }
+    if (last->next == 0) break;
+    before_last = last;
+    last = &overflow_[last->next - 1];
+  }
+  if (hole_line == nullptr) return false;
+
+  --last->count;
+  hole_line->hash[hole] = last->hash[last->count];
+  hole_line->payload[hole] = last->payload[last->count];
+  if (last->count == 0 && before_last != nullptr) {
+    give_overflow_line(before_last->next);
+    before_last->next = 0;
+  }
+  --size_;
+  return true;
+}
+
+template <typename Payload, std::size_t kLineBytes>
+void RefTable<Payload, kLineBytes>::release() noexcept {
+  buckets_.release();
+  overflow_.release();
+  free_overflow_ = fresh_overflow_ = bucket_count_ = size_ = 0;
+}
+
+// Puts an entry behind the last one of a chain; returns the chain's last line.
+template <typename Payload, std::size_t kLineBytes>
+auto RefTable<Payload, kLineBytes>::append(Line *last, std::uint32_t hash,
+                                           Payload payload) noexcept -> Line * {
+  if (last->count == kLineEntries) {
+    last->next = take_overflow_line();
+    last = &overflow_[last->next - 1];
+  }
+  last->hash[last->count] = hash;
+  last->payload[last->count] = payload;
+  ++last->count;
+  return last;
+}
+
+// Divides the entries of the oldest bucket of this round between itself and a new bucket. Each line
+// is copied and freed before its entries are dealt out: two chains of n j entries (n to a line) need
+// at most j - 1 overflow lines, as many as were freed by then, so nothing is allocated but the new
+// bucket.
+template <typename Payload, std::size_t kLineBytes>
+void RefTable<Payload, kLineBytes>::split_next_bucket() noexcept {
+  if (bucket_count_ == buckets_.capacity() && !buckets_.grow()) return;
+  const std::uint32_t old_bucket = bucket_count_ - round_buckets_;
+  Line *to[2] = {&buckets_[old_bucket], &buckets_[bucket_count_]};
+  const std::uint32_t deciding_bit = round_buckets_;
+  if (++bucket_count_ == 2 * round_buckets_) round_buckets_ *= 2;
+
+  Line line = *to[0];
+  to[0]->count = to[0]->next = 0;
+  for (;;) {
+    for (std::uint32_t i = 0; i < line.count; ++i) {
+      Line *&last = to[(line.hash[i] & deciding_bit) != 0 ? 1 : 0];
+      last = append(last, line.hash[i], line.payload[i]);
+    }
+    if (line.next == 0) return;
+    const std::uint32_t number = line.next;
+    line = overflow_[number - 1];
+    give_overflow_line(number);
+  }
+}
+
+template <typename Payload, std::size_t kLineBytes>
+std::uint32_t RefTable<Payload, kLineBytes>::take_overflow_line() noexcept {
+  std::uint32_t number = free_overflow_;
+  if (number != 0) {
+    free_overflow_ = overflow_[number - 1].next;
+  } else {
+    number = ++fresh_overflow_;
+  }
+  overflow_[number - 1].count = overflow_[number - 1].next = 0;
+  return number;
+}
+
+template <typename Payload, std::size_t kLineBytes>
+void RefTable<Payload, kLineBytes>::give_overflow_line(std::uint32_t number) noexcept {
+  overflow_[number - 1].next = free_overflow_;
+  free_overflow_ = number;
+}
 
 }  // namespace kivo_platform

@@ -15,6 +15,13 @@ static std::uint32_t hash_label(std::uint32_t label) noexcept {
   return h ^ (h >> 16);
 }
 
+// A session is hardly ever looked for without being read.
+static void fetch(const auth_ctxt *ctxt) noexcept {
+  for (std::size_t at = 0; at < sizeof *ctxt; at += 64) {
+    __builtin_prefetch(reinterpret_cast<const char *>(ctxt) + at);
+  }
+}
+
 auth_ctxt *SessionSlots::take() noexcept {
   std::uint32_t slot = 0;
   if (free_slot_ != 0) {
@@ -28,16 +35,16 @@ auth_ctxt *SessionSlots::take() noexcept {
   }
   ++live_;
   auth_ctxt *ctxt = &contexts_[slot];
-  *ctxt = auth_ctxt{};
+  ctxt->record = {};
   ctxt->record.ctxt = ctxt;
+  ctxt->shadow = nullptr;
   ctxt->slot = slot;
   return ctxt;
 }
 
 void SessionSlots::give_back(auth_ctxt *ctxt) noexcept {
   const std::uint32_t slot = ctxt->slot;
-  *ctxt = auth_ctxt{};
-  ctxt->slot = slot;
+  ctxt->record = {};
   ctxt->next_free = free_slot_;
   free_slot_ = slot + 1;
   if (--live_ == 0)
@@ -51,7 +58,7 @@ void SessionSlots::bind(auth_ctxt *ctxt, std::uint32_t label) noexcept {
 }
 
 void SessionSlots::unbind(auth_ctxt *ctxt) noexcept {
-  labels_to_slots_.erase(hash_label(ctxt->record.label), ctxt->slot);
+  labels_to_slots_.erase(hash_label(ctxt->record.label), [](std::uint32_t) { return true; });
   labels_[ctxt->slot] = 0;
   ctxt->record.label = 0;
 }
@@ -60,7 +67,10 @@ auth_ctxt *SessionSlots::find(std::uint32_t label) noexcept {
   if (label == 0) return nullptr;
   const std::uint32_t *slot =
       labels_to_slots_.find(hash_label(label), [](std::uint32_t) { return true; });
-  return slot != nullptr ? &contexts_[*slot] : nullptr;
+  if (slot == nullptr) return nullptr;
+  auth_ctxt *ctxt = &contexts_[*slot];
+  fetch(ctxt);
+  return ctxt;
 }
 
 }  // namespace kivo_platform

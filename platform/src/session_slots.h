@@ -1,6 +1,7 @@
 // The attribute contexts of the process, each in a numbered slot, and the directory from labels to
-// slots. A session is one object of 64 bytes: the record that users see lies inside its context, so
-// adopting a context sets a label and moves nothing. Under the attribute service and the record
+// slots. A session of ordinary size is one object of 256 bytes, four cache lines: the record that
+// users see and the attributes lie inside its context, so adopting a context sets a label and moves
+// nothing. Under the attribute service and the record
 // store.
 // Invariants: (1) a slot's address never changes; (2) label_at() is not 0 exactly for the slots
 // whose context is a record; (3) free slots are reused, the one freed last first, and all of them
@@ -13,21 +14,18 @@
 #include "chunked_array.h"
 #include "platform/attrdb.h"
 #include "ref_table.h"
+#include "stored_attributes.h"
 
 struct shadowdb_rec;
 
-namespace kivo_platform {
-struct AttributeBlock;
-}
-
 struct auth_ctxt {
   attrdb_record record;  // label 0 while no record owns the context
-  kivo_platform::AttributeBlock *attributes;
   shadowdb_rec *shadow;
   std::uint32_t slot;
   std::uint32_t next_free;  // of a free slot: the next free one, plus 1
+  kivo_platform::StoredAttributes attributes;
 };
-static_assert(sizeof(auth_ctxt) == 64);
+static_assert(sizeof(auth_ctxt) == 256);
 static_assert(offsetof(attrdb_record, label) == 24 && offsetof(attrdb_record, ctxt) == 32);
 
 namespace kivo_platform {
@@ -56,11 +54,9 @@ class SessionSlots {
   std::uint32_t records() const noexcept { return labels_to_slots_.size(); }
 
  private:
-  static constexpr std::uint32_t kPerChunk = 4096;
-
-  ChunkedArray<auth_ctxt, kPerChunk> contexts_;
-  ChunkedArray<std::uint32_t, kPerChunk> labels_;  // dense, for walks over all records
-  RefTable labels_to_slots_;
+  ChunkedArray<auth_ctxt, 256> contexts_;
+  ChunkedArray<std::uint32_t, 4096> labels_;  // dense, for walks over all records
+  RefTable<std::uint32_t, 64> labels_to_slots_;
   std::uint32_t slots_used_ = 0;
   std::uint32_t free_slot_ = 0;  // plus 1
   std::uint32_t live_ = 0;

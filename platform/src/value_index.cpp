@@ -26,7 +26,7 @@ std::uint32_t hash_value(Bytes value) noexcept {
 }
 
 bool session_holds(std::uint32_t slot, std::uint32_t type, Bytes value) noexcept {
-  const StoredValue stored = find_value(sessions.at(slot).attributes, type);
+  const StoredValue stored = sessions.at(slot).attributes.find(type);
   if (!stored.found) return false;
   if (type != AAA_ATTR_IPV6_ADDRESSES) return stored.bytes == value;
   return holds_address(stored.bytes, value);
@@ -41,48 +41,47 @@ ValueIndex::~ValueIndex() {
 
 bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept {
   const std::uint32_t hash = hash_value(value);
-  std::uint32_t *entry = find_entry(hash, value, slot);
+  Entry *entry = find_entry(hash, value, slot);
   if (entry == nullptr) {
     if (!table_.reserve()) return false;
-    table_.insert(hash, slot);
+    table_.insert(hash, {slot, label});
     return true;
   }
   if (!fill_node_reserve()) return false;
-  if ((*entry & kShared) != 0) {
-    posting_of(*entry).labels.insert(label);
+  if ((entry->ref & kShared) != 0) {
+    posting_of(entry->ref).labels.insert(label);
     return true;
   }
   const std::uint32_t posting = take_posting(value);
   if (posting == kNoPosting) return false;
   LabelSet &labels = posting_of(posting).labels;
-  labels.insert(sessions.at(*entry).record.label);
+  labels.insert(entry->label);
   labels.insert(label);
-  *entry = posting;
+  *entry = {posting, 0};
   return true;
 }
 
 void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept {
   const std::uint32_t hash = hash_value(value);
-  std::uint32_t *entry =
-      table_.find(hash, [&](std::uint32_t ref) { return posting_is_for(ref, value); });
+  Entry *entry =
+      table_.find(hash, [&](const Entry &found) { return posting_is_for(found.ref, value); });
   if (entry == nullptr) {
-    table_.erase(hash, slot);
+    table_.erase(hash, [&](const Entry &found) { return found.ref == slot; });
     return;
   }
-  LabelSet &labels = posting_of(*entry).labels;
+  LabelSet &labels = posting_of(entry->ref).labels;
   labels.erase(label);
   if (labels.size() > 1) return;
-  const std::uint32_t posting = *entry;
-  *entry = sessions.find(*labels.begin())->slot;
+  const std::uint32_t posting = entry->ref;
+  *entry = {sessions.find(*labels.begin())->slot, *labels.begin()};
   give_posting(posting);
 }
 
 ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
-  const std::uint32_t *entry = find_entry(hash_value(value), value, kNoSlot);
+  const Entry *entry = find_entry(hash_value(value), value, kNoSlot);
   if (entry == nullptr) return {};
-  if ((*entry & kShared) != 0) return {0, &posting_of(*entry).labels};
-  // Not the dense array of labels: the comparison has just fetched this context.
-  return {sessions.at(*entry).record.label, nullptr};
+  if ((entry->ref & kShared) != 0) return {0, &posting_of(entry->ref).labels};
+  return {entry->label, nullptr};
 }
 
 bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
@@ -93,11 +92,11 @@ bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
 
 // An entry of except_slot does not count: of a session that is being entered, another address of
 // the same hash may have led there, and its stored bytes would match this one too.
-std::uint32_t *ValueIndex::find_entry(std::uint32_t hash, Bytes value,
-                                      std::uint32_t except_slot) noexcept {
-  return table_.find(hash, [&](std::uint32_t ref) {
-    if ((ref & kShared) != 0) return posting_is_for(ref, value);
-    return ref != except_slot && session_holds(ref, type_, value);
+ValueIndex::Entry *ValueIndex::find_entry(std::uint32_t hash, Bytes value,
+                                          std::uint32_t except_slot) noexcept {
+  return table_.find(hash, [&](const Entry &entry) {
+    if ((entry.ref & kShared) != 0) return posting_is_for(entry.ref, value);
+    return entry.ref != except_slot && session_holds(entry.ref, type_, value);
   });
 }
 

@@ -1,7 +1,8 @@
 // Index of one attribute type: from a value's bytes to the labels of the sessions that hold it.
-// Under RecordIndexes. A value that one session holds costs an eight-byte table entry with the
-// session's slot; its bytes are compared where the session stores them. A value that several share
-// has a posting: its own copy of the bytes and the labels in ascending order.
+// Under RecordIndexes. A value that one session holds costs a table entry of twelve bytes with the
+// session's slot and its label; its bytes are compared where the session stores them, and a chain of
+// look-ups, each by what the last one found, need not wait for that. A value that several share has
+// a posting: its own copy of the bytes and the labels in ascending order.
 // Invariants: (1) a posting has two labels or more; (2) neither add() nor remove() reads the bytes
 // of the session that it is about, so it does not matter whether the value is written into the
 // session before or after; (3) remove() cannot fail and allocates nothing.
@@ -11,9 +12,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "attribute_block.h"
 #include "node_memory.h"
 #include "ref_table.h"
+#include "stored_attributes.h"
 
 namespace kivo_platform {
 
@@ -56,14 +57,19 @@ class ValueIndex {
   static constexpr std::uint32_t kShared = UINT32_C(1) << 31;
   static constexpr std::uint32_t kNoSlot = ~kShared;
 
+  struct Entry {
+    std::uint32_t ref;
+    std::uint32_t label;  // of the slot's session; 0 beside a posting
+  };
+
   Posting &posting_of(std::uint32_t ref) noexcept { return postings_[ref & ~kShared]; }
   bool posting_is_for(std::uint32_t ref, Bytes value) noexcept;
-  std::uint32_t *find_entry(std::uint32_t hash, Bytes value, std::uint32_t except_slot) noexcept;
+  Entry *find_entry(std::uint32_t hash, Bytes value, std::uint32_t except_slot) noexcept;
   std::uint32_t take_posting(Bytes value) noexcept;
   void give_posting(std::uint32_t ref) noexcept;
 
   std::uint32_t type_;
-  RefTable table_;
+  RefTable<Entry, 128> table_;
   ChunkedArray<Posting, 64> postings_;
   std::uint32_t postings_used_ = 0;
   std::uint32_t free_posting_ = 0;  // plus 1

@@ -1,0 +1,280 @@
+// StoredAttributes: changes within a segment, the two halves of a write, and what moves between the
+// object and its block.
+// Threads: none; the process serialises all calls.
+#include "stored_attributes.h"
+
+#include <functional>
+#include <new>
+
+#include "block_memory.h"
+
+namespace kivo_platform {
+
+struct AttributeBlock {
+  std::uint32_t capacity;  // bytes, all told
+  std::uint32_t count;     // of attributes
+
+  Segment segment() noexcept {
+    return {reinterpret_cast<char *>(this + 1),
+            capacity - std::uint32_t{sizeof(AttributeBlock)}, count};
+  }
+};
+
+namespace {
+
+// Attributes that would fill a block to a quarter or less go into a smaller one, if there is memory:
+// one oversized value must not cost its session that much for good.
+bool too_large(std::uint32_t capacity, std::uint32_t used) noexcept {
+  return capacity > 256 && used <= capacity / 4;
+}
+
+// An empty block with room for `used` bytes of values and directory.
+AttributeBlock *new_block(std::uint32_t used) noexcept {
+  const std::uint32_t capacity = block_memory_size(used + std::uint32_t{sizeof(AttributeBlock)});
+  void *memory = take_block_memory(capacity);
+  return memory != nullptr ? ::new (memory) AttributeBlock{capacity, 0} : nullptr;
+}
+
+void free_block(AttributeBlock *block) noexcept {
+  if (block != nullptr) give_block_memory(block, block->capacity);
+}
+
+void put(char *to, Bytes bytes) noexcept {
+  if (!bytes.empty()) std::memmove(to, bytes.data(), bytes.size());
+}
+
+// Fills an empty block, attribute by attribute.
+class BlockFiller {
+ public:
+  explicit BlockFiller(AttributeBlock &block) noexcept : block_(block) {}
+
+  void add(std::uint32_t type, Bytes head, Bytes tail = {}) noexcept {
+    Segment segment = block_.segment();
+    segment.append({block_.count, offset_, 0, 0}, type, head, tail);
+    offset_ += Segment::stored_size(static_cast<std::uint32_t>(head.size() + tail.size()));
+    block_.count = segment.count();
+  }
+
+ private:
+  AttributeBlock &block_;
+  std::uint32_t offset_ = 0;
+};
+
+}  // namespace
+
+// ---- Within a segment
+
+void Segment::put_size(const Item &item) noexcept {
+  const std::uint32_t code = item.size < kLongSize ? item.size : kLongSize;
+  const auto entry = static_cast<std::uint16_t>(item.type | code << kTypeBits);
+  std::memcpy(bytes_ + capacity_ - kEntryBytes * (item.index + 1), &entry, sizeof entry);
+  if (code != kLongSize) return;
+  const auto size = static_cast<std::uint16_t>(item.size);
+  std::memcpy(bytes_ + item.offset, &size, sizeof size);
+}
+
+// Moves what follows an attribute.
+void Segment::move_rest(const Item &item, std::uint32_t new_offset) noexcept {
+  const std::uint32_t offset = item.offset + item.stored();
+  if (offset == new_offset) return;
+  const std::uint32_t end = end_from(after(item)).offset;
+  std::memmove(bytes_ + new_offset, bytes_ + offset, end - offset);
+}
+
+void Segment::append(const Item &end, std::uint32_t type, Bytes head, Bytes tail) noexcept {
+  const Item added{end.index, end.offset, type,
+                   static_cast<std::uint32_t>(head.size() + tail.size())};
+  ++count_;
+  char *const value = bytes_ + added.offset + added.prefix();
+  put(value, head);
+  put(value + head.size(), tail);
+  put_size(added);
+}
+
+void Segment::replace(const Item &item, std::uint32_t keep, Bytes tail) noexcept {
+  Item changed = item;
+  changed.size = keep + static_cast<std::uint32_t>(tail.size());
+  char *const value = bytes_ + item.offset + item.prefix();
+  char *const new_value = bytes_ + item.offset + changed.prefix();
+  const char *const rest = value + item.size;
+  if (changed.stored() > item.stored()) {
+    // The rest makes room first, and takes along what it has of the tail.
+    const std::uint32_t growth = changed.stored() - item.stored();
+    const bool moves = std::less_equal<>()(rest, tail.data()) &&
+                       std::less<>()(tail.data(), bytes_ + capacity_);
+    move_rest(item, item.offset + changed.stored());
+    if (moves) tail = {tail.data() + growth, tail.size()};
+    put(new_value, {value, keep});
+    put(new_value + keep, tail);
+  } else {
+    put(new_value, {value, keep});
+    put(new_value + keep, tail);
+    move_rest(item, item.offset + changed.stored());
+  }
+  put_size(changed);
+}
+
+void Segment::cut(const Item &item, std::uint32_t offset, std::uint32_t size) noexcept {
+  const Bytes old = value(item);
+  Item changed = item;
+  changed.size = item.size - size;
+  char *const new_value = bytes_ + item.offset + changed.prefix();
+  put(new_value, old.substr(0, offset));
+  put(new_value + offset, old.substr(offset + size));
+  move_rest(item, item.offset + changed.stored());
+  put_size(changed);
+}
+
+void Segment::erase(const Item &item) noexcept {
+  move_rest(item, item.offset);
+  char *const last = bytes_ + capacity_ - kEntryBytes * count_;
+  std::memmove(last + kEntryBytes, last, kEntryBytes * (count_ - item.index - 1));
+  --count_;
+}
+
+// ---- A session's attributes
+
+Segment StoredAttributes::block() const noexcept { return block_->segment(); }
+
+void StoredAttributes::count_is(bool in_block, std::uint32_t count) noexcept {
+  if (in_block) {
+    block_->count = count;
+  } else {
+    inline_count_ = static_cast<std::uint16_t>(count);
+  }
+}
+
+StoredValue StoredAttributes::find(std::uint32_t type) const noexcept {
+  // The directory's line, beside the one with the count.
+  __builtin_prefetch(inline_ + kInlineBytes - 1);
+  Segment segment = inside();
+  Segment::Item item = segment.find(type);
+  const bool in_block = item.type == 0 && block_ != nullptr;
+  if (in_block) {
+    segment = block();
+    item = segment.find(type);
+  }
+  return {item.type != 0, in_block, item, segment.value(item)};
+}
+
+void StoredAttributes::cut(const StoredValue &value, std::uint32_t offset,
+                           std::uint32_t size) noexcept {
+  segment_of(value).cut(value.item, offset, size);
+  settle();
+}
+
+void StoredAttributes::erase(const StoredValue &value) noexcept {
+  Segment segment = segment_of(value);
+  segment.erase(value.item);
+  count_is(value.in_block, segment.count());
+  settle();
+}
+
+void StoredAttributes::clear() noexcept {
+  free_block(block_);
+  block_ = nullptr;
+  inline_count_ = 0;
+}
+
+// After bytes went: the block's attributes move inside when they fit there, or into a smaller
+// block.
+void StoredAttributes::settle() noexcept {
+  if (block_ == nullptr) return;
+  Segment within = inside();
+  const Segment outside = block();
+  Segment::Item end = within.end_from(within.first());
+  const std::uint32_t used = outside.used(outside.end_from(outside.first()));
+  if (within.used(end) + used <= kInlineBytes) {
+    for_each_of(outside, [&](std::uint32_t type, Bytes value) {
+      within.append(end, type, value, {});
+      end = within.after({end.index, end.offset, type, static_cast<std::uint32_t>(value.size())});
+      return true;
+    });
+    inline_count_ = static_cast<std::uint16_t>(within.count());
+    free_block(block_);
+    block_ = nullptr;
+    return;
+  }
+  if (!too_large(block_->capacity, used)) return;
+  AttributeBlock *smaller = new_block(used);
+  if (smaller == nullptr) return;
+  BlockFiller filler(*smaller);
+  for_each_of(outside, [&](std::uint32_t type, Bytes value) {
+    filler.add(type, value);
+    return true;
+  });
+  free_block(block_);
+  block_ = smaller;
+}
+
+// ---- A write
+
+AttributeWrite::AttributeWrite(StoredAttributes &attributes, std::uint32_t type,
+                               std::uint32_t keep, Bytes tail) noexcept
+    : attributes_(attributes),
+      old_(attributes.find(type)),
+      type_(type),
+      keep_(keep),
+      new_size_(keep + static_cast<std::uint32_t>(tail.size())),
+      tail_(tail) {}
+
+AttributeWrite::~AttributeWrite() { free_block(fresh_); }
+
+bool AttributeWrite::prepare() noexcept {
+  const Segment segment = attributes_.segment_of(old_);
+  const std::uint32_t needed = Segment::stored_size(new_size_) + Segment::kEntryBytes;
+  const std::uint32_t given_up = old_.found ? old_.item.stored() + Segment::kEntryBytes : 0;
+  const std::uint32_t used = segment.used(segment.end_from(old_.item)) - given_up + needed;
+  if (used <= segment.capacity()) return true;
+
+  // Inside stays what is in front of the value; a block has room for all the rest.
+  kept_inline_ = attributes_.inline_count_;
+  std::uint32_t moving = used;
+  if (!old_.in_block) {
+    kept_inline_ = old_.item.index;
+    moving -= old_.item.offset + Segment::kEntryBytes * old_.item.index;
+    if (attributes_.block_ != nullptr) {
+      const Segment block = attributes_.block();
+      moving += block.used(block.end_from(block.first()));
+    }
+  }
+  build_fresh(moving);
+  return fresh_ != nullptr;
+}
+
+void AttributeWrite::commit() noexcept {
+  if (fresh_ != nullptr) {
+    free_block(attributes_.block_);
+    attributes_.block_ = fresh_;
+    attributes_.inline_count_ = static_cast<std::uint16_t>(kept_inline_);
+    fresh_ = nullptr;
+    return;
+  }
+  Segment segment = attributes_.segment_of(old_);
+  if (old_.found) {
+    segment.replace(old_.item, keep_, tail_);
+    if (new_size_ < old_.item.size) attributes_.settle();
+    return;
+  }
+  segment.append(old_.item, type_, tail_, {});
+  attributes_.count_is(old_.in_block, segment.count());
+}
+
+void AttributeWrite::build_fresh(std::uint32_t used) noexcept {
+  fresh_ = new_block(used);
+  if (fresh_ == nullptr) return;
+  BlockFiller filler(*fresh_);
+  std::uint32_t index = 0;
+  attributes_.for_each([&](std::uint32_t type, Bytes value) {
+    if (index++ < kept_inline_) return true;
+    if (type == type_) {
+      filler.add(type, value.substr(0, keep_), tail_);
+    } else {
+      filler.add(type, value);
+    }
+    return true;
+  });
+  if (!old_.found) filler.add(type_, tail_);
+}
+
+}  // namespace kivo_platform

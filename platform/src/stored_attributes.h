@@ -1,0 +1,205 @@
+// The attributes of one session, in the order of adding. The first of them lie inside the object,
+// which lies inside the session's context: a session of ordinary size is one piece of memory. From
+// the first one on that does not fit, they lie in a block of its own.
+// Either place holds the values from its front and a directory from its back, two bytes for each
+// attribute: type and size. A value of kLongSize bytes or more has its size in front of it.
+// Pure data, under the attribute context; knows no record, no index and no kind.
+// Invariants: (1) a type occurs once; (2) writes are prepared, which may fail and changes nothing,
+// and then committed, which cannot fail; (3) there is no block without attributes.
+// Threads: none; the process serialises all calls.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "platform/aaa_dictionary.h"
+
+namespace kivo_platform {
+
+// Bytes of a value; not text.
+using Bytes = std::string_view;
+
+inline Bytes as_bytes(const void *data, std::uint32_t size) noexcept {
+  return {data != nullptr ? static_cast<const char *>(data) : "", size};
+}
+
+// Attributes that follow one another in one piece of memory. Does not own it.
+class Segment {
+ public:
+  static constexpr std::uint32_t kEntryBytes = 2;
+  static constexpr std::uint32_t kLongSize = 31;
+
+  // An attribute, or the end.
+  struct Item {
+    std::uint32_t index;
+    std::uint32_t offset;  // of what is stored, the size of a long value included
+    std::uint32_t type;    // 0 at the end
+    std::uint32_t size;
+
+    std::uint32_t prefix() const noexcept { return prefix_for(size); }
+    std::uint32_t stored() const noexcept { return stored_size(size); }
+  };
+
+  Segment(char *bytes, std::uint32_t capacity, std::uint32_t count) noexcept
+      : bytes_(bytes), capacity_(capacity), count_(count) {}
+
+  static std::uint32_t stored_size(std::uint32_t size) noexcept { return prefix_for(size) + size; }
+
+  Item first() const noexcept { return at(0, 0); }
+  Item after(const Item &item) const noexcept {
+    return at(item.index + 1, item.offset + item.stored());
+  }
+  // The attribute of a type, or the end.
+  Item find(std::uint32_t type) const noexcept {
+    std::uint32_t offset = 0;
+    for (std::uint32_t i = 0; i < count_; ++i) {
+      const std::uint32_t entry = entry_at(i);
+      if ((entry & kTypeMask) == type) return {i, offset, type, size_of(entry, offset)};
+      offset += stored_size(size_of(entry, offset));
+    }
+    return {count_, offset, 0, 0};
+  }
+  Item end_from(Item item) const noexcept {
+    while (item.type != 0) item = after(item);
+    return item;
+  }
+  Bytes value(const Item &item) const noexcept {
+    return {bytes_ + item.offset + item.prefix(), item.size};
+  }
+
+  // Bytes of values and directory up to the end.
+  std::uint32_t used(const Item &end) const noexcept { return end.offset + kEntryBytes * count_; }
+  std::uint32_t capacity() const noexcept { return capacity_; }
+  std::uint32_t count() const noexcept { return count_; }
+
+  // There is room for each of these. The bytes may be those of a stored value.
+  // Adds a value, in two pieces.
+  void append(const Item &end, std::uint32_t type, Bytes head, Bytes tail) noexcept;
+  // Makes a value its first `keep` bytes and `tail`. With keep, the tail lies elsewhere.
+  void replace(const Item &item, std::uint32_t keep, Bytes tail) noexcept;
+  void cut(const Item &item, std::uint32_t offset, std::uint32_t size) noexcept;
+  void erase(const Item &item) noexcept;
+
+ private:
+  static constexpr std::uint32_t kTypeBits = 11;
+  static constexpr std::uint32_t kTypeMask = (1 << kTypeBits) - 1;
+  static_assert(AAA_ATTR_TYPE_MAX <= kTypeMask);
+
+  static std::uint32_t prefix_for(std::uint32_t size) noexcept { return size < kLongSize ? 0 : 2; }
+  const char *place_of(std::uint32_t i) const noexcept {
+    return bytes_ + capacity_ - kEntryBytes * (i + 1);
+  }
+  std::uint32_t entry_at(std::uint32_t i) const noexcept {
+    std::uint16_t entry = 0;
+    std::memcpy(&entry, place_of(i), sizeof entry);
+    return entry;
+  }
+  std::uint32_t size_of(std::uint32_t entry, std::uint32_t offset) const noexcept {
+    if (entry >> kTypeBits != kLongSize) return entry >> kTypeBits;
+    std::uint16_t size = 0;
+    std::memcpy(&size, bytes_ + offset, sizeof size);
+    return size;
+  }
+  Item at(std::uint32_t index, std::uint32_t offset) const noexcept {
+    if (index == count_) return {index, offset, 0, 0};
+    const std::uint32_t entry = entry_at(index);
+    return {index, offset, entry & kTypeMask, size_of(entry, offset)};
+  }
+  void put_size(const Item &item) noexcept;
+  void move_rest(const Item &item, std::uint32_t new_offset) noexcept;
+
+  char *bytes_;
+  std::uint32_t capacity_;
+  std::uint32_t count_;
+};
+
+struct AttributeBlock;
+
+// Where a type's value lies; when the type is absent, where it would be added.
+struct StoredValue {
+  bool found = false;
+  bool in_block = false;
+  Segment::Item item{};
+  Bytes bytes;
+};
+
+class StoredAttributes {
+ public:
+  static constexpr std::uint32_t kInlineBytes = 190;
+
+  StoredAttributes() noexcept {}
+
+  StoredValue find(std::uint32_t type) const noexcept;
+
+  // Calls fn(type, bytes) for every attribute in order, while fn returns true. Returns whether it
+  // always did. fn must not write to the attributes.
+  template <typename Fn>
+  bool for_each(Fn &&fn) const noexcept {
+    return for_each_of(inside(), fn) && (block_ == nullptr || for_each_of(block(), fn));
+  }
+
+  // Removes `size` bytes at `offset` of a stored value that keeps at least one byte.
+  void cut(const StoredValue &value, std::uint32_t offset, std::uint32_t size) noexcept;
+
+  void erase(const StoredValue &value) noexcept;
+  void clear() noexcept;
+
+ private:
+  friend class AttributeWrite;
+
+  template <typename Fn>
+  static bool for_each_of(const Segment &segment, Fn &&fn) noexcept {
+    for (Segment::Item item = segment.first(); item.type != 0; item = segment.after(item)) {
+      if (!fn(item.type, segment.value(item))) return false;
+    }
+    return true;
+  }
+  Segment inside() const noexcept {
+    return {const_cast<char *>(inline_), kInlineBytes, inline_count_};
+  }
+  Segment block() const noexcept;
+  Segment segment_of(const StoredValue &value) const noexcept {
+    return value.in_block ? block() : inside();
+  }
+  void count_is(bool in_block, std::uint32_t count) noexcept;
+  void settle() noexcept;
+
+  AttributeBlock *block_ = nullptr;
+  std::uint16_t inline_count_ = 0;
+  char inline_[kInlineBytes];
+};
+static_assert(sizeof(StoredAttributes) == 200);
+
+// One pending write: the value of a type becomes the first `keep` bytes of the old one and `tail`.
+// The tail may be stored bytes of the same session, unless bytes are kept. A write that is not
+// committed changes nothing.
+class AttributeWrite {
+ public:
+  // keep is not above the size of the old value, keep and tail together not above 65,535.
+  AttributeWrite(StoredAttributes &attributes, std::uint32_t type, std::uint32_t keep,
+                 Bytes tail) noexcept;
+  ~AttributeWrite();
+  AttributeWrite(const AttributeWrite &) = delete;
+  AttributeWrite &operator=(const AttributeWrite &) = delete;
+
+  [[nodiscard]] bool prepare() noexcept;
+  void commit() noexcept;
+
+  const StoredValue &old_value() const noexcept { return old_; }
+
+ private:
+  void build_fresh(std::uint32_t used) noexcept;
+
+  StoredAttributes &attributes_;
+  AttributeBlock *fresh_ = nullptr;  // complete, takes the block's place at the commit
+  std::uint32_t kept_inline_ = 0;    // attributes that stay inside beside it
+  StoredValue old_;
+  std::uint32_t type_;
+  std::uint32_t keep_;
+  std::uint32_t new_size_;
+  Bytes tail_;
+};
+
+}  // namespace kivo_platform
