@@ -7,7 +7,6 @@
 
 #include <cstdint>
 
-
 #include "stored_attributes.h"
 
 namespace kivo_platform {

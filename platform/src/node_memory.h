@@ -12,7 +12,6 @@
 #include <new>
 
 #include "absl/container/btree_map.h"
-#include "absl/container/btree_set.h"
 #include "internal.h"
 
 namespace kivo_platform {
@@ -48,7 +47,6 @@ struct NodeAllocator {
   }
 };
 
-using LabelSet = absl::btree_set<std::uint32_t, std::less<>, NodeAllocator<std::uint32_t>>;
 using CountByNumber = absl::btree_map<std::uint32_t, std::uint32_t, std::less<>,
                                       NodeAllocator<std::pair<const std::uint32_t, std::uint32_t>>>;
 

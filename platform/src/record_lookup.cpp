@@ -43,40 +43,76 @@ std::uint32_t append_labels(const ValueIndex::Found &found, kivo_index_list **li
     return status;
   }
   std::array<std::uint32_t, kBatch> batch;
-  for (auto label = found.shared->begin(); label != found.shared->end();) {
-    std::uint32_t n = 0;
-    for (; n < kBatch && label != found.shared->end(); ++label) batch[n++] = *label;
+  std::uint32_t n = 0;
+  const auto pass_on = [&] {
     const std::uint32_t status = status_of_append(kivo_index_list_add_many(list, batch.data(), n));
-    if (status != PLATFORM_OK) return status;
-    count += n;
+    if (status == PLATFORM_OK) count += n;
+    n = 0;
+    return status;
+  };
+  for (LabelSet::Runs runs(*found.shared); !runs.run().empty(); runs.next()) {
+    const LabelSet::Run run = runs.run();
+    if (n + run.size() > kBatch) {
+      if (const std::uint32_t status = pass_on(); status != PLATFORM_OK) return status;
+    }
+    std::ranges::copy(run, batch.begin() + n);
+    n += static_cast<std::uint32_t>(run.size());
   }
-  return PLATFORM_OK;
+  return pass_on();
 }
 
-// Which of ascending labels a set holds. Where there are about as many labels as it has, both are
-// walked; else the few are looked up among the many.
+bool reaches(LabelSet::Run run, std::uint32_t label) noexcept {
+  return run.empty() || run.back() >= label;
+}
+
+// Goes on to the run where a label would lie: mostly the next one, else by a look-up.
+void advance(LabelSet::Runs &runs, const LabelSet &set, std::uint32_t label) noexcept {
+  runs.next();
+  if (reaches(runs.run(), label)) return;
+  runs = LabelSet::Runs(set, label);
+  if (!reaches(runs.run(), label)) runs.next();
+}
+
+// Which of ascending labels a run holds too; `at` is moved behind the last one that was compared.
+// Nobody can tell which side is next, so nothing here branches on it, unless the run is so short
+// that its labels are better looked up among the others.
+std::uint32_t *keep_held(LabelSet::Run run, const std::uint32_t *&at, const std::uint32_t *end,
+                         std::uint32_t *kept) noexcept {
+  constexpr std::ptrdiff_t kStepsOfALookUp = 64;
+  if ((end - at) / kStepsOfALookUp > static_cast<std::ptrdiff_t>(run.size())) {
+    for (const std::uint32_t held : run) {
+      at = std::lower_bound(at, end, held);
+      if (at != end && *at == held) *kept++ = held;
+    }
+    return kept;
+  }
+  const std::uint32_t *held = run.data();
+  const std::uint32_t *const run_end = held + run.size();
+  const std::uint32_t *in = at;
+  while (in != end && held != run_end) {
+    const std::uint32_t label = *in;
+    const std::uint32_t other = *held;
+    *kept = label;
+    kept += label == other ? 1 : 0;
+    in += label <= other ? 1 : 0;
+    held += other <= label ? 1 : 0;
+  }
+  at = in;
+  return kept;
+}
+
 std::uint32_t *keep_held(const LabelSet &set, std::span<const std::uint32_t> labels,
                          std::uint32_t *kept) noexcept {
   constexpr std::size_t kStepsOfALookUp = 64;
-  if (set.size() / kStepsOfALookUp > labels.size()) {
-    for (const std::uint32_t label : labels) {
-      if (set.contains(label)) *kept++ = label;
-    }
-    return kept;
-  }
-  auto held = set.lower_bound(labels.front());
-  const auto end = set.end();
-  if (labels.size() / kStepsOfALookUp > set.size()) {
-    for (; held != end; ++held) {
-      if (std::ranges::binary_search(labels, *held)) *kept++ = *held;
-    }
-    return kept;
-  }
-  for (const std::uint32_t label : labels) {
-    while (held != end && *held < label) ++held;
-    if (held == end) break;
-    *kept = label;
-    kept += *held == label ? 1 : 0;
+  if (set.size() / kStepsOfALookUp > labels.size()) return set.copy_held(labels, kept);
+  const std::uint32_t *at = labels.data();
+  const std::uint32_t *const end = at + labels.size();
+  LabelSet::Runs runs(set, *at);
+  if (!reaches(runs.run(), *at)) runs.next();
+  while (!runs.run().empty()) {
+    kept = keep_held(runs.run(), at, end, kept);
+    if (at == end) break;
+    advance(runs, set, *at);
   }
   return kept;
 }

@@ -1,7 +1,7 @@
 // Hash table of small payloads under 32-bit hashes: the table below the label directory and the
 // value indexes. It holds no keys; the caller's match function compares them where they are stored.
-// Linear hashing over buckets of one or two cache lines: the table grows by one bucket at a time, so
-// no insertion ever rebuilds it, and a bucket that cannot be had only makes others fuller for a
+// Linear hashing over buckets of one or two cache lines: the table grows by one bucket at a time,
+// so no insertion ever rebuilds it, and a bucket that cannot be had only makes others fuller for a
 // while.
 // Invariants: (1) of a bucket's lines all but the last are full; (2) equal entries may repeat; (3)
 // insert() after a successful reserve(), find(), erase() cannot fail.
@@ -151,8 +151,8 @@ void RefTable<Payload, kLineBytes>::release() noexcept {
 
 // Puts an entry behind the last one of a chain; returns the chain's last line.
 template <typename Payload, std::size_t kLineBytes>
-auto RefTable<Payload, kLineBytes>::append(Line *last, std::uint32_t hash,
-                                           Payload payload) noexcept -> Line * {
+auto RefTable<Payload, kLineBytes>::append(Line *last, std::uint32_t hash, Payload payload) noexcept
+    -> Line * {
   if (last->count == kLineEntries) {
     last->next = take_overflow_line();
     last = &overflow_[last->next - 1];
@@ -164,9 +164,9 @@ auto RefTable<Payload, kLineBytes>::append(Line *last, std::uint32_t hash,
 }
 
 // Divides the entries of the oldest bucket of this round between itself and a new bucket. Each line
-// is copied and freed before its entries are dealt out: two chains of n j entries (n to a line) need
-// at most j - 1 overflow lines, as many as were freed by then, so nothing is allocated but the new
-// bucket.
+// is copied and freed before its entries are dealt out: two chains of n j entries (n to a line)
+// need at most j - 1 overflow lines, as many as were freed by then, so nothing is allocated but the
+// new bucket.
 template <typename Payload, std::size_t kLineBytes>
 void RefTable<Payload, kLineBytes>::split_next_bucket() noexcept {
   if (bucket_count_ == buckets_.capacity() && !buckets_.grow()) return;

@@ -15,15 +15,15 @@ struct AttributeBlock {
   std::uint32_t count;     // of attributes
 
   Segment segment() noexcept {
-    return {reinterpret_cast<char *>(this + 1),
-            capacity - std::uint32_t{sizeof(AttributeBlock)}, count};
+    return {reinterpret_cast<char *>(this + 1), capacity - std::uint32_t{sizeof(AttributeBlock)},
+            count};
   }
 };
 
 namespace {
 
-// Attributes that would fill a block to a quarter or less go into a smaller one, if there is memory:
-// one oversized value must not cost its session that much for good.
+// Attributes that would fill a block to a quarter or less go into a smaller one, if there is
+// memory: one oversized value must not cost its session that much for good.
 bool too_large(std::uint32_t capacity, std::uint32_t used) noexcept {
   return capacity > 256 && used <= capacity / 4;
 }
@@ -100,8 +100,8 @@ void Segment::replace(const Item &item, std::uint32_t keep, Bytes tail) noexcept
   if (changed.stored() > item.stored()) {
     // The rest makes room first, and takes along what it has of the tail.
     const std::uint32_t growth = changed.stored() - item.stored();
-    const bool moves = std::less_equal<>()(rest, tail.data()) &&
-                       std::less<>()(tail.data(), bytes_ + capacity_);
+    const bool moves =
+        std::less_equal<>()(rest, tail.data()) && std::less<>()(tail.data(), bytes_ + capacity_);
     move_rest(item, item.offset + changed.stored());
     if (moves) tail = {tail.data() + growth, tail.size()};
     put(new_value, {value, keep});
@@ -209,8 +209,8 @@ void StoredAttributes::settle() noexcept {
 
 // ---- A write
 
-AttributeWrite::AttributeWrite(StoredAttributes &attributes, std::uint32_t type,
-                               std::uint32_t keep, Bytes tail) noexcept
+AttributeWrite::AttributeWrite(StoredAttributes &attributes, std::uint32_t type, std::uint32_t keep,
+                               Bytes tail) noexcept
     : attributes_(attributes),
       old_(attributes.find(type)),
       type_(type),

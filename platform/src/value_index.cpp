@@ -2,7 +2,6 @@
 // Threads: none; the process serialises all calls.
 #include "value_index.h"
 
-#include <algorithm>
 #include <new>
 
 #include "absl/hash/hash.h"
@@ -47,7 +46,7 @@ bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexc
     table_.insert(hash, {slot, label});
     return true;
   }
-  if (!fill_node_reserve()) return false;
+  if (!LabelSet::reserve()) return false;
   if ((entry->ref & kShared) != 0) {
     posting_of(entry->ref).labels.insert(label);
     return true;
@@ -73,7 +72,7 @@ void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, Bytes value) no
   labels.erase(label);
   if (labels.size() > 1) return;
   const std::uint32_t posting = entry->ref;
-  *entry = {sessions.find(*labels.begin())->slot, *labels.begin()};
+  *entry = {sessions.find(labels.lowest())->slot, labels.lowest()};
   give_posting(posting);
 }
 
@@ -86,8 +85,7 @@ ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
 
 bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
   if ((ref & kShared) == 0) return false;
-  const Posting &posting = posting_of(ref);
-  return Bytes{posting.key.get(), posting.key_size} == value;
+  return posting_of(ref).key() == value;
 }
 
 // An entry of except_slot does not count: of a session that is being entered, another address of
@@ -100,29 +98,39 @@ ValueIndex::Entry *ValueIndex::find_entry(std::uint32_t hash, Bytes value,
   });
 }
 
+bool ValueIndex::Posting::take_key(Bytes value) noexcept {
+  char *to = short_key;
+  if (value.size() > kShortKey) {
+    to = long_key = static_cast<char *>(::operator new(value.size(), std::nothrow));
+    if (to == nullptr) return false;
+  }
+  value.copy(to, value.size());
+  key_size = static_cast<std::uint32_t>(value.size());
+  return true;
+}
+
+void ValueIndex::Posting::drop_key() noexcept {
+  if (key_size > kShortKey) ::operator delete(long_key);
+  key_size = 0;
+}
+
 std::uint32_t ValueIndex::take_posting(Bytes value) noexcept {
-  std::unique_ptr<char[]> key(new (std::nothrow) char[value.size()]);
-  if (key == nullptr) return kNoPosting;
-  if (free_posting_ == 0 && postings_used_ == postings_.capacity() && !postings_.grow()) {
-    return kNoPosting;
+  if (free_posting_ == 0) {
+    if (postings_used_ == postings_.capacity() && !postings_.grow()) return kNoPosting;
+    free_posting_ = ++postings_used_;
   }
-  std::uint32_t number = 0;
-  if (free_posting_ != 0) {
-    number = free_posting_ - 1;
-    free_posting_ = postings_[number].next_free;
-  } else {
-    number = postings_used_++;
-  }
-  std::copy(value.begin(), value.end(), key.get());
-  postings_[number].key = std::move(key);
-  postings_[number].key_size = static_cast<std::uint32_t>(value.size());
+  const std::uint32_t number = free_posting_ - 1;
+  Posting &posting = postings_[number];
+  const std::uint32_t next_free = posting.next_free;
+  if (!posting.take_key(value)) return kNoPosting;
+  free_posting_ = next_free;
   return number | kShared;
 }
 
 void ValueIndex::give_posting(std::uint32_t ref) noexcept {
   Posting &posting = posting_of(ref);
   posting.labels.clear();
-  posting.key.reset();
+  posting.drop_key();
   posting.next_free = free_posting_;
   free_posting_ = (ref & ~kShared) + 1;
 }

@@ -1,18 +1,17 @@
 // Index of one attribute type: from a value's bytes to the labels of the sessions that hold it.
 // Under RecordIndexes. A value that one session holds costs a table entry of twelve bytes with the
-// session's slot and its label; its bytes are compared where the session stores them, and a chain of
-// look-ups, each by what the last one found, need not wait for that. A value that several share has
-// a posting: its own copy of the bytes and the labels in ascending order.
-// Invariants: (1) a posting has two labels or more; (2) neither add() nor remove() reads the bytes
-// of the session that it is about, so it does not matter whether the value is written into the
-// session before or after; (3) remove() cannot fail and allocates nothing.
-// Threads: none; the process serialises all calls.
+// session's slot and its label; its bytes are compared where the session stores them, and a chain
+// of look-ups, each by what the last one found, need not wait for that. A value that several share
+// has a posting: its own copy of the bytes and the labels in ascending order. Invariants: (1) a
+// posting has two labels or more; (2) neither add() nor remove() reads the bytes of the session
+// that it is about, so it does not matter whether the value is written into the session before or
+// after; (3) remove() cannot fail and allocates nothing. Threads: none; the process serialises all
+// calls.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
-#include "node_memory.h"
+#include "label_set.h"
 #include "ref_table.h"
 #include "stored_attributes.h"
 
@@ -38,21 +37,34 @@ class ValueIndex {
     const LabelSet *shared = nullptr;
 
     std::uint32_t count() const noexcept {
-      return shared != nullptr ? static_cast<std::uint32_t>(shared->size()) : label != 0 ? 1 : 0;
+      return shared != nullptr ? shared->size() : label != 0 ? 1 : 0;
     }
     std::uint32_t lowest_label() const noexcept {
-      return shared != nullptr ? *shared->begin() : label;
+      return shared != nullptr ? shared->lowest() : label;
     }
   };
   Found find(Bytes value) noexcept;
 
  private:
+  // A short key lies in the posting itself.
   struct Posting {
+    static constexpr std::uint32_t kShortKey = 8;
+
     LabelSet labels;
-    std::unique_ptr<char[]> key;
+    union {
+      char short_key[kShortKey];
+      char *long_key = nullptr;
+    };
     std::uint32_t key_size = 0;
     std::uint32_t next_free = 0;  // number of the next free posting, plus 1
+
+    ~Posting() { drop_key(); }
+    [[nodiscard]] bool take_key(Bytes value) noexcept;
+    void drop_key() noexcept;
+    Bytes key() const noexcept { return {key_size <= kShortKey ? short_key : long_key, key_size}; }
   };
+  static_assert(sizeof(Posting) == 64);
+
   // Marks the table's references to postings; the others are slots.
   static constexpr std::uint32_t kShared = UINT32_C(1) << 31;
   static constexpr std::uint32_t kNoSlot = ~kShared;

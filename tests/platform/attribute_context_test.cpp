@@ -156,7 +156,8 @@ TEST_F(Context, TakesAValueThatLiesInTheSameContext) {
     for (const std::uint32_t source : {1u, 3u, 5u}) {
       for (const std::uint32_t target : {1u, 3u, 5u, 7u}) {
         for (const std::uint32_t skip : {0u, 2u}) {
-          const std::string values[] = {"first value", "the middle", "last value of three"};
+          const std::string values[] = {"first value", "the middle, which is the longest of them",
+                                        "last value of three"};
           for (std::uint32_t i = 0; i < 3; ++i) write(ctxt, 1 + 2 * i, values[i]);
           write(ctxt, 9, std::string(filler, 'f'));
           auth_mgr_idc_remove_attr_by_type(ctxt, 7);

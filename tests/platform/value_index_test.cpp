@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <random>
 #include <set>
@@ -169,6 +170,82 @@ TEST_F(ValueIndex, HandsManyLabelsOverAscendingInBatches) {
     expected.erase(created[i]);
   }
   EXPECT_EQ(Labels(expected.begin(), expected.end()), labels_with(2, "domain"));
+}
+
+// Sets of thousands, as they grow and as they go: in order, against it, and at random.
+TEST_F(ValueIndex, KeepsALargeSetWhateverTheOrderOfItsChanges) {
+  attrdb_declare_index(2);
+  const auto random = random_numbers(5);
+  Labels up;
+  for (std::uint32_t i = 1; i <= 9000; ++i) up.push_back(i * 400000 + random() % 400000);
+  up.back() = UINT32_MAX;
+  Labels down(up.rbegin(), up.rend());
+  Labels mixed = up;
+  std::shuffle(mixed.begin(), mixed.end(), std::mt19937(5));
+  const Labels *orders[] = {&up, &down, &mixed};
+  for (const Labels *come : orders) {
+    for (const Labels *go : orders) {
+      std::set<std::uint32_t> expected;
+      for (const std::uint32_t label : *come) {
+        write(create(label), 2, "domain");
+        expected.insert(label);
+        if (expected.size() % 1999 == 5) {
+          ASSERT_EQ(Labels(expected.begin(), expected.end()), labels_with(2, "domain"));
+        }
+      }
+      created.clear();
+      for (const std::uint32_t label : *go) {
+        ASSERT_EQ(PLATFORM_OK, attrdb_delete_record(label));
+        expected.erase(label);
+        if (expected.size() % 1999 == 5 || expected.size() < 20) {
+          ASSERT_EQ(Labels(expected.begin(), expected.end()), labels_with(2, "domain"));
+        }
+      }
+    }
+  }
+}
+
+// Labels all over the range and bunched, many of them and few, beside a set that is large or small.
+TEST_F(ValueIndex, KeepsThoseOfAscendingLabelsThatHaveAValue) {
+  attrdb_declare_index(2);
+  attrdb_declare_index(3);
+  const auto random = random_numbers(9);
+  std::set<std::uint32_t> large;
+  std::set<std::uint32_t> small;
+  while (large.size() < 12000) {
+    const std::uint32_t label = random() | 1;
+    if (!large.insert(label).second) continue;
+    write(create(label), 2, "domain");
+    if (large.size() % 400 != 0) continue;
+    write(record_of(label)->ctxt, 3, "method");
+    small.insert(label);
+  }
+  const Labels all(large.begin(), large.end());
+  for (const std::size_t step : {1u, 2u, 37u, 900u, 11999u}) {
+    for (const std::size_t n : {1u, 15u, 16u, 17u, 150u, 12000u}) {
+      Labels asked;  // every step-th of those there, each with a neighbour that is not
+      for (std::size_t i = 0; i < all.size() && asked.size() < 2 * n; i += step) {
+        asked.push_back(all[i] - 1);
+        asked.push_back(all[i]);
+      }
+      const struct {
+        std::uint32_t type;
+        const char *value;
+        const std::set<std::uint32_t> &held;
+      } rows[] = {{2, "domain", large}, {3, "method", small}};
+      for (const auto &row : rows) {
+        Labels expected;
+        std::ranges::set_intersection(asked, row.held, std::back_inserter(expected));
+        Labels kept(asked.size());
+        std::uint32_t n_kept = 0;
+        ASSERT_EQ(PLATFORM_OK, attrdb_keep_labels_by_attr(row.type, row.value, 6, asked.data(),
+                                                          static_cast<std::uint32_t>(asked.size()),
+                                                          kept.data(), &n_kept));
+        kept.resize(n_kept);
+        EXPECT_EQ(expected, kept) << row.value << ' ' << step << ' ' << n;
+      }
+    }
+  }
 }
 
 // Random writes over few labels and few values, with indexed types, one of them declared half-way,

@@ -1,0 +1,381 @@
+// LabelSet: the tree. A node that gets full is divided; one that gets emptier than a quarter is put
+// together with a neighbour, or takes over half of what the two have.
+// Threads: none; the process serialises all calls.
+#include "label_set.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "chunked_array.h"
+
+namespace kivo_platform {
+namespace {
+
+constexpr std::uint32_t kNodeWords = 64;
+constexpr std::uint32_t kLeafLabels = kNodeWords - 2;
+constexpr std::uint32_t kChildren = 32;
+constexpr std::uint32_t kMaxHeight = 8;  // a quarter of 32 children or more: beyond 2^32 labels
+constexpr std::uint32_t kUnused = UINT32_MAX;
+
+struct Leaf {
+  std::uint32_t count;
+  std::uint32_t next;  // leaf with the next higher labels; 0 at the end
+  std::uint32_t labels[kLeafLabels];
+};
+
+// low[i] is a bound between children i and i + 1: the labels below it are in front. Bounds that are
+// not in use are kUnused, so that a search may look at all of them.
+struct Inner {
+  std::uint32_t count;
+  std::uint32_t child[kChildren];
+  std::uint32_t low[kChildren - 1];
+};
+
+union alignas(kChunkAlignment) Node {
+  Leaf leaf;
+  Inner inner;
+  std::uint32_t next_free;
+};
+static_assert(sizeof(Node) == kNodeWords * sizeof(std::uint32_t));
+
+// Node 0 is never used: it stands for none.
+class NodePool {
+ public:
+  [[nodiscard]] bool reserve(std::uint32_t n) noexcept {
+    while (nodes_.capacity() + free_count_ < fresh_ + n) {
+      if (!nodes_.grow()) return false;
+    }
+    return true;
+  }
+  std::uint32_t take() noexcept {
+    if (free_ == 0) return fresh_++;
+    const std::uint32_t node = free_;
+    free_ = nodes_[node].next_free;
+    --free_count_;
+    return node;
+  }
+  void give(std::uint32_t node) noexcept {
+    nodes_[node].next_free = free_;
+    free_ = node;
+    ++free_count_;
+  }
+  Leaf &leaf(std::uint32_t node) noexcept { return nodes_[node].leaf; }
+  Inner &inner(std::uint32_t node) noexcept { return nodes_[node].inner; }
+
+ private:
+  ChunkedArray<Node, 64> nodes_;
+  std::uint32_t free_ = 0;
+  std::uint32_t free_count_ = 0;
+  std::uint32_t fresh_ = 1;
+};
+
+constinit NodePool nodes;
+
+// Number of labels below one among sorted ones.
+std::uint32_t count_below(const std::uint32_t *labels, std::uint32_t n,
+                          std::uint32_t label) noexcept {
+  std::uint32_t below = 0;
+  for (std::uint32_t i = 0; i < n; ++i) below += labels[i] < label ? 1 : 0;
+  return below;
+}
+
+std::uint32_t child_for(const Inner &inner, std::uint32_t label) noexcept {
+  std::uint32_t index = 0;
+  for (const std::uint32_t low : inner.low) index += low <= label ? 1 : 0;
+  return std::min(index, inner.count - 1);
+}
+
+void fetch(const Leaf &leaf) noexcept {
+  for (std::size_t at = 0; at < sizeof leaf; at += 64) {
+    __builtin_prefetch(reinterpret_cast<const char *>(&leaf) + at);
+  }
+}
+
+void insert_word(std::uint32_t *words, std::uint32_t n, std::uint32_t at,
+                 std::uint32_t word) noexcept {
+  std::memmove(words + at + 1, words + at, (n - at) * sizeof *words);
+  words[at] = word;
+}
+
+void erase_word(std::uint32_t *words, std::uint32_t n, std::uint32_t at) noexcept {
+  std::memmove(words + at, words + at + 1, (n - at - 1) * sizeof *words);
+}
+
+void copy_words(std::uint32_t *to, const std::uint32_t *from, std::uint32_t n) noexcept {
+  std::memmove(to, from, n * sizeof *to);
+}
+
+void insert_child(Inner &inner, std::uint32_t at, std::uint32_t low, std::uint32_t child) noexcept {
+  insert_word(inner.low, inner.count - 1, at - 1, low);
+  insert_word(inner.child, inner.count, at, child);
+  ++inner.count;
+}
+
+void erase_child(Inner &inner, std::uint32_t at) noexcept {
+  erase_word(inner.low, inner.count - 1, at - 1);
+  erase_word(inner.child, inner.count, at);
+  --inner.count;
+  inner.low[inner.count - 1] = kUnused;
+}
+
+// ---- Two neighbours: children i and i + 1 of a node
+
+// Makes the left leaf hold n_left of the labels of both.
+void balance(Leaf &left, Leaf &right, std::uint32_t n_left) noexcept {
+  if (n_left > left.count) {
+    const std::uint32_t n = n_left - left.count;
+    copy_words(left.labels + left.count, right.labels, n);
+    copy_words(right.labels, right.labels + n, right.count - n);
+    right.count -= n;
+  } else {
+    const std::uint32_t n = left.count - n_left;
+    copy_words(right.labels + n, right.labels, right.count);
+    copy_words(right.labels, left.labels + n_left, n);
+    right.count += n;
+  }
+  left.count = n_left;
+}
+
+// The same with children. `low` is the bound between the two nodes; returns the new one.
+std::uint32_t balance(Inner &left, Inner &right, std::uint32_t low, std::uint32_t n_left) noexcept {
+  std::array<std::uint32_t, 2 * kChildren> children;
+  std::array<std::uint32_t, 2 * kChildren> lows;  // in front of child i; the first is not used
+  const std::uint32_t n = left.count + right.count;
+  copy_words(children.data(), left.child, left.count);
+  copy_words(children.data() + left.count, right.child, right.count);
+  if (left.count != 0) copy_words(lows.data() + 1, left.low, left.count - 1);
+  lows[left.count] = low;
+  if (right.count != 0) copy_words(lows.data() + left.count + 1, right.low, right.count - 1);
+
+  const auto fill = [&](Inner &inner, std::uint32_t from, std::uint32_t count) {
+    inner.count = count;
+    std::ranges::fill(inner.low, kUnused);
+    copy_words(inner.child, children.data() + from, count);
+    if (count != 0) copy_words(inner.low, lows.data() + from + 1, count - 1);
+  };
+  fill(left, 0, n_left);
+  fill(right, n_left, n - n_left);
+  return n_left < n ? lows[n_left] : kUnused;
+}
+
+// Divides the full child i of a node that is not full.
+void divide(Inner &parent, std::uint32_t i, bool leaves) noexcept {
+  const std::uint32_t left = parent.child[i];
+  const std::uint32_t right = nodes.take();
+  std::uint32_t low = 0;
+  if (leaves) {
+    Leaf &from = nodes.leaf(left);
+    Leaf &to = nodes.leaf(right);
+    to.count = 0;
+    to.next = from.next;
+    from.next = right;
+    // At the end of the set labels are probably added in order: the left one stays full.
+    balance(from, to, to.next == 0 ? kLeafLabels - kLeafLabels / 8 : kLeafLabels / 2);
+    low = to.labels[0];
+  } else {
+    nodes.inner(right).count = 0;
+    low = balance(nodes.inner(left), nodes.inner(right), 0, kChildren / 2);
+  }
+  insert_child(parent, i + 1, low, right);
+}
+
+// Puts children i and i + 1 of a node together, or gives each half of what they have.
+void merge(Inner &parent, std::uint32_t i, bool leaves) noexcept {
+  const std::uint32_t left = parent.child[i];
+  const std::uint32_t right = parent.child[i + 1];
+  std::uint32_t &low = parent.low[i];
+  bool whole = false;
+  if (leaves) {
+    Leaf &to = nodes.leaf(left);
+    Leaf &from = nodes.leaf(right);
+    const std::uint32_t n = to.count + from.count;
+    whole = n <= kLeafLabels * 3 / 4;
+    balance(to, from, whole ? n : n / 2);
+    if (whole) {
+      to.next = from.next;
+    } else {
+      low = from.labels[0];
+    }
+  } else {
+    Inner &to = nodes.inner(left);
+    Inner &from = nodes.inner(right);
+    const std::uint32_t n = to.count + from.count;
+    whole = n <= kChildren * 3 / 4;
+    low = balance(to, from, low, whole ? n : n / 2);
+  }
+  if (!whole) return;
+  erase_child(parent, i + 1);
+  nodes.give(right);
+}
+
+// The leaf where a label would lie.
+std::uint32_t leaf_for(std::uint32_t node, std::uint32_t height, std::uint32_t label) noexcept {
+  for (std::uint32_t level = height; level > 1; --level) {
+    const Inner &inner = nodes.inner(node);
+    node = inner.child[child_for(inner, label)];
+  }
+  fetch(nodes.leaf(node));
+  return node;
+}
+
+LabelSet::Run run_of(std::uint32_t leaf) noexcept {
+  return {nodes.leaf(leaf).labels, nodes.leaf(leaf).count};
+}
+
+void give_tree(std::uint32_t node, std::uint32_t height) noexcept {
+  if (height > 1) {
+    const Inner &inner = nodes.inner(node);
+    for (std::uint32_t i = 0; i < inner.count; ++i) give_tree(inner.child[i], height - 1);
+  }
+  nodes.give(node);
+}
+
+}  // namespace
+
+bool LabelSet::reserve() noexcept { return nodes.reserve(kMaxHeight + 1); }
+
+// From the labels in the object to a tree of one leaf.
+void LabelSet::grow_tree() noexcept {
+  const std::uint32_t node = nodes.take();
+  Leaf &leaf = nodes.leaf(node);
+  leaf.count = size_;
+  leaf.next = 0;
+  copy_words(leaf.labels, few_, size_);
+  root_ = node;
+  height_ = 1;
+}
+
+// Half as many as would make a tree again.
+void LabelSet::shrink_tree() noexcept {
+  const std::uint32_t node = root_;
+  copy_words(few_, nodes.leaf(node).labels, size_);
+  nodes.give(node);
+  height_ = 0;
+}
+
+// Every full node on the way down is divided, so the one below it can be.
+void LabelSet::insert(std::uint32_t label) noexcept {
+  if (few()) {
+    const std::uint32_t at = count_below(few_, size_, label);
+    if (at < size_ && few_[at] == label) return;
+    if (size_ < kFewLabels) {
+      insert_word(few_, size_++, at, label);
+      return;
+    }
+    grow_tree();
+  }
+  const auto is_full = [](std::uint32_t node, bool leaf) {
+    return leaf ? nodes.leaf(node).count == kLeafLabels : nodes.inner(node).count == kChildren;
+  };
+  if (is_full(root_, height_ == 1)) {
+    const std::uint32_t root = nodes.take();
+    Inner &inner = nodes.inner(root);
+    inner.count = 1;
+    inner.child[0] = root_;
+    std::ranges::fill(inner.low, kUnused);
+    divide(inner, 0, height_ == 1);
+    root_ = root;
+    ++height_;
+  }
+  std::uint32_t node = root_;
+  for (std::uint32_t level = height_; level > 1; --level) {
+    Inner &inner = nodes.inner(node);
+    std::uint32_t i = child_for(inner, label);
+    if (level == 2) fetch(nodes.leaf(inner.child[i]));
+    if (is_full(inner.child[i], level == 2)) {
+      divide(inner, i, level == 2);
+      i = child_for(inner, label);
+    }
+    node = inner.child[i];
+  }
+  Leaf &leaf = nodes.leaf(node);
+  const std::uint32_t at = count_below(leaf.labels, leaf.count, label);
+  if (at < leaf.count && leaf.labels[at] == label) return;
+  insert_word(leaf.labels, leaf.count++, at, label);
+  ++size_;
+}
+
+// Every node on the way down that is nearly empty is merged first, so the one below it can be.
+void LabelSet::erase(std::uint32_t label) noexcept {
+  if (few()) {
+    const std::uint32_t at = count_below(few_, size_, label);
+    if (at < size_ && few_[at] == label) erase_word(few_, size_--, at);
+    return;
+  }
+  std::uint32_t node = root_;
+  for (std::uint32_t level = height_; level > 1; --level) {
+    Inner &inner = nodes.inner(node);
+    std::uint32_t i = child_for(inner, label);
+    const std::uint32_t child = inner.child[i];
+    const bool empty = level == 2 ? nodes.leaf(child).count <= kLeafLabels / 4
+                                  : nodes.inner(child).count <= kChildren / 4;
+    if (empty) {
+      merge(inner, std::min(i, inner.count - 2), level == 2);
+      i = child_for(inner, label);
+    }
+    const std::uint32_t below = inner.child[i];
+    if (node == root_ && inner.count == 1) {
+      nodes.give(node);
+      root_ = below;
+      --height_;
+    }
+    node = below;
+  }
+  Leaf &leaf = nodes.leaf(node);
+  const std::uint32_t at = count_below(leaf.labels, leaf.count, label);
+  if (at == leaf.count || leaf.labels[at] != label) return;
+  erase_word(leaf.labels, leaf.count--, at);
+  --size_;
+  if (height_ == 1 && size_ <= kFewLabels / 2) shrink_tree();
+}
+
+void LabelSet::clear() noexcept {
+  if (!few()) give_tree(root_, height_);
+  size_ = 0;
+  height_ = 0;
+}
+
+// ---- Reading
+
+std::uint32_t *LabelSet::copy_held(Run labels, std::uint32_t *out) const noexcept {
+  constexpr std::size_t kTogether = 16;
+  std::array<std::uint32_t, kTogether> leaves;
+  for (std::size_t at = 0; at < labels.size(); at += kTogether) {
+    const Run some = labels.subspan(at, std::min(kTogether, labels.size() - at));
+    if (!few()) {
+      for (std::size_t i = 0; i < some.size(); ++i) leaves[i] = leaf_for(root_, height_, some[i]);
+    }
+    for (std::size_t i = 0; i < some.size(); ++i) {
+      const Run run = few() ? Run{few_, size_} : run_of(leaves[i]);
+      const std::uint32_t label = some[i];
+      const std::uint32_t held =
+          count_below(run.data(), static_cast<std::uint32_t>(run.size()), label);
+      if (held < run.size() && run[held] == label) *out++ = label;
+    }
+  }
+  return out;
+}
+
+LabelSet::Runs::Runs(const LabelSet &set) noexcept : Runs(set, 0) {}
+
+LabelSet::Runs::Runs(const LabelSet &set, std::uint32_t from) noexcept {
+  if (set.few()) {
+    run_ = {set.few_, set.size_};
+  } else {
+    next_leaf_ = leaf_for(set.root_, set.height_, from);
+    next();
+  }
+}
+
+void LabelSet::Runs::next() noexcept {
+  if (next_leaf_ == 0) {
+    run_ = {};
+    return;
+  }
+  run_ = run_of(next_leaf_);
+  next_leaf_ = nodes.leaf(next_leaf_).next;
+  if (next_leaf_ != 0) fetch(nodes.leaf(next_leaf_));
+}
+
+}  // namespace kivo_platform

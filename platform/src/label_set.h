@@ -1,0 +1,67 @@
+// An ordered set of labels: the sessions behind a value that several share. Up to kFewLabels lie in
+// the object; more lie in a B+ tree of 256-byte nodes whose leaves form a chain, so that a set is
+// read in runs of some fifty labels and two sets are merged run by run. The nodes of all sets lie
+// in one pool. Invariants: (1) labels ascend; (2) after a successful reserve() the next insert() of
+// any one set cannot fail; nothing else allocates. Threads: none; the process serialises all calls.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace kivo_platform {
+
+class LabelSet {
+ public:
+  using Run = std::span<const std::uint32_t>;
+
+  LabelSet() noexcept = default;
+  ~LabelSet() { clear(); }
+  LabelSet(const LabelSet &) = delete;
+  LabelSet &operator=(const LabelSet &) = delete;
+
+  [[nodiscard]] static bool reserve() noexcept;
+
+  // Adds a label; one that is there already stays as it is.
+  void insert(std::uint32_t label) noexcept;
+  // Removes a label if it is there.
+  void erase(std::uint32_t label) noexcept;
+  void clear() noexcept;
+
+  std::uint32_t size() const noexcept { return size_; }
+  std::uint32_t lowest() const noexcept { return Runs(*this).run().front(); }  // of one not empty
+  // Copies those of the labels that the set holds to `out`; returns the end. For a few labels of a
+  // large set: their leaves are fetched together. `out` may be `labels`.
+  std::uint32_t *copy_held(Run labels, std::uint32_t *out) const noexcept;
+
+  // The labels in ascending runs. The set must not change meanwhile.
+  class Runs {
+   public:
+    explicit Runs(const LabelSet &set) noexcept;
+    // Begins with the run where `from` would lie.
+    Runs(const LabelSet &set, std::uint32_t from) noexcept;
+
+    Run run() const noexcept { return run_; }  // empty at the end
+    void next() noexcept;
+
+   private:
+    Run run_;
+    std::uint32_t next_leaf_ = 0;
+  };
+
+ private:
+  static constexpr std::uint32_t kFewLabels = 10;
+
+  bool few() const noexcept { return height_ == 0; }
+  void grow_tree() noexcept;
+  void shrink_tree() noexcept;
+
+  std::uint32_t size_ = 0;
+  std::uint16_t height_ = 0;  // levels of the tree; 0 without one
+  union {
+    std::uint32_t few_[kFewLabels] = {};
+    std::uint32_t root_;
+  };
+};
+static_assert(sizeof(LabelSet) == 48);
+
+}  // namespace kivo_platform
