@@ -13,14 +13,12 @@ namespace kivo_platform {
 namespace {
 
 constexpr std::uint32_t kNodeWords = 64;
-constexpr std::uint32_t kLeafLabels = kNodeWords - 2;
+constexpr std::uint32_t kLeafLabels = kNodeWords - 1;
 constexpr std::uint32_t kChildren = 32;
-constexpr std::uint32_t kMaxHeight = 8;  // a quarter of 32 children or more: beyond 2^32 labels
 constexpr std::uint32_t kUnused = UINT32_MAX;
 
 struct Leaf {
   std::uint32_t count;
-  std::uint32_t next;  // leaf with the next higher labels; 0 at the end
   std::uint32_t labels[kLeafLabels];
 };
 
@@ -168,10 +166,9 @@ void divide(Inner &parent, std::uint32_t i, bool leaves) noexcept {
     Leaf &from = nodes.leaf(left);
     Leaf &to = nodes.leaf(right);
     to.count = 0;
-    to.next = from.next;
-    from.next = right;
-    // At the end of the set labels are probably added in order: the left one stays full.
-    balance(from, to, to.next == 0 ? kLeafLabels - kLeafLabels / 8 : kLeafLabels / 2);
+    // At the end of a node labels are probably added in order: the left one stays nearly full.
+    const bool last = i + 1 == parent.count;
+    balance(from, to, last ? kLeafLabels - kLeafLabels / 8 : kLeafLabels / 2);
     low = to.labels[0];
   } else {
     nodes.inner(right).count = 0;
@@ -192,11 +189,7 @@ void merge(Inner &parent, std::uint32_t i, bool leaves) noexcept {
     const std::uint32_t n = to.count + from.count;
     whole = n <= kLeafLabels * 3 / 4;
     balance(to, from, whole ? n : n / 2);
-    if (whole) {
-      to.next = from.next;
-    } else {
-      low = from.labels[0];
-    }
+    if (!whole) low = from.labels[0];
   } else {
     Inner &to = nodes.inner(left);
     Inner &from = nodes.inner(right);
@@ -240,7 +233,6 @@ void LabelSet::grow_tree() noexcept {
   const std::uint32_t node = nodes.take();
   Leaf &leaf = nodes.leaf(node);
   leaf.count = size_;
-  leaf.next = 0;
   copy_words(leaf.labels, few_, size_);
   root_ = node;
   height_ = 1;
@@ -357,25 +349,45 @@ std::uint32_t *LabelSet::copy_held(Run labels, std::uint32_t *out) const noexcep
   return out;
 }
 
-LabelSet::Runs::Runs(const LabelSet &set) noexcept : Runs(set, 0) {}
-
 LabelSet::Runs::Runs(const LabelSet &set, std::uint32_t from) noexcept {
-  if (set.few()) {
-    run_ = {set.few_, set.size_};
-  } else {
-    next_leaf_ = leaf_for(set.root_, set.height_, from);
-    next();
+  if (set.height_ < 2) {
+    run_ = set.few() ? Run{set.few_, set.size_} : run_of(set.root_);
+    return;
   }
+  std::uint32_t node = set.root_;
+  for (steps_ = 0; steps_ < set.height_ - 1u; ++steps_) {
+    const Inner &inner = nodes.inner(node);
+    path_[steps_] = {node, child_for(inner, from)};
+    node = inner.child[path_[steps_].child];
+  }
+  enter_leaf();
+}
+
+// Leaves lie anywhere in memory: the next ones are on their way while this one is read.
+void LabelSet::Runs::enter_leaf() noexcept {
+  constexpr std::uint32_t kAhead = 4;
+  const Step &step = path_[steps_ - 1];
+  const Inner &inner = nodes.inner(step.node);
+  const bool first = step.child == 0 || run_.empty();
+  const std::uint32_t end = std::min(inner.count, step.child + kAhead + 1);
+  for (std::uint32_t i = first ? step.child : end - 1; i < end; ++i) {
+    fetch(nodes.leaf(inner.child[i]));
+  }
+  run_ = run_of(inner.child[step.child]);
 }
 
 void LabelSet::Runs::next() noexcept {
-  if (next_leaf_ == 0) {
+  std::uint32_t at = steps_;
+  while (at != 0 && path_[at - 1].child + 1 == nodes.inner(path_[at - 1].node).count) --at;
+  if (at == 0) {
     run_ = {};
     return;
   }
-  run_ = run_of(next_leaf_);
-  next_leaf_ = nodes.leaf(next_leaf_).next;
-  if (next_leaf_ != 0) fetch(nodes.leaf(next_leaf_));
+  ++path_[at - 1].child;
+  for (; at < steps_; ++at) {
+    path_[at] = {nodes.inner(path_[at - 1].node).child[path_[at - 1].child], 0};
+  }
+  enter_leaf();
 }
 
 }  // namespace kivo_platform

@@ -11,6 +11,9 @@
 namespace kivo_platform {
 
 class LabelSet {
+  // A node has a quarter of its 32 children or more: beyond 2^32 labels.
+  static constexpr std::uint32_t kMaxHeight = 8;
+
  public:
   using Run = std::span<const std::uint32_t>;
 
@@ -36,16 +39,23 @@ class LabelSet {
   // The labels in ascending runs. The set must not change meanwhile.
   class Runs {
    public:
-    explicit Runs(const LabelSet &set) noexcept;
     // Begins with the run where `from` would lie.
-    Runs(const LabelSet &set, std::uint32_t from) noexcept;
+    explicit Runs(const LabelSet &set, std::uint32_t from = 0) noexcept;
 
     Run run() const noexcept { return run_; }  // empty at the end
     void next() noexcept;
 
    private:
+    // A node above the leaves, and which of its children the way leads through.
+    struct Step {
+      std::uint32_t node;
+      std::uint32_t child;
+    };
+    void enter_leaf() noexcept;
+
     Run run_;
-    std::uint32_t next_leaf_ = 0;
+    std::uint32_t steps_ = 0;
+    Step path_[kMaxHeight];
   };
 
  private:

@@ -103,8 +103,8 @@ std::uint32_t *keep_held(LabelSet::Run run, const std::uint32_t *&at, const std:
 
 std::uint32_t *keep_held(const LabelSet &set, std::span<const std::uint32_t> labels,
                          std::uint32_t *kept) noexcept {
-  constexpr std::size_t kStepsOfALookUp = 64;
-  if (set.size() / kStepsOfALookUp > labels.size()) return set.copy_held(labels, kept);
+  // So few that they hardly lie in neighbouring runs of a set this large.
+  if (labels.size() <= 128 && labels.size() < set.size() / 64) return set.copy_held(labels, kept);
   const std::uint32_t *at = labels.data();
   const std::uint32_t *const end = at + labels.size();
   LabelSet::Runs runs(set, *at);
