@@ -36,13 +36,14 @@ IndexedSession session_of(const auth_ctxt *ctxt) noexcept {
 }
 
 // Makes the value of a type its first `keep` bytes and `tail`. With keep, nothing leaves an index.
-std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, std::uint32_t keep, Bytes tail) noexcept {
-  AttributeWrite pending(ctxt->attributes, type, keep, tail);
+std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old, std::uint32_t keep,
+                    Bytes tail) noexcept {
+  AttributeWrite pending(ctxt->attributes, type, old, keep, tail);
   if (!pending.prepare()) return AAA_ERR_NO_MEMORY;
   if (is_record(ctxt)) {
     RecordIndexes &indexes = *record_indexes();
+    if (old.found && keep == 0) indexes.prefetch_change(session_of(ctxt), type, old.bytes, tail);
     if (!indexes.enter(session_of(ctxt), type, tail)) return AAA_ERR_NO_MEMORY;
-    const StoredValue &old = pending.old_value();
     if (!old.found) indexes.gained(type);
     if (old.found && keep == 0) indexes.leave(session_of(ctxt), type, old.bytes);
   }
@@ -54,7 +55,7 @@ std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
                           std::uint32_t *changed) noexcept {
   const StoredValue old = ctxt->attributes.find(type);
   if (old.found && old.bytes == value) return PLATFORM_OK;
-  const std::uint32_t status = write(ctxt, type, 0, value);
+  const std::uint32_t status = write(ctxt, type, old, 0, value);
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
   return status;
 }
@@ -79,7 +80,7 @@ std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value, std::uint32_t *chang
   }
   if (size == 0) return PLATFORM_OK;
   if (old.bytes.size() + size > kMaxAddresses * kAddressBytes) return AAA_ERR_NO_ROOM;
-  const std::uint32_t status = write(ctxt, AAA_ATTR_IPV6_ADDRESSES,
+  const std::uint32_t status = write(ctxt, AAA_ATTR_IPV6_ADDRESSES, old,
                                      static_cast<std::uint32_t>(old.bytes.size()), {missing, size});
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
   return status;

@@ -330,6 +330,10 @@ void LabelSet::clear() noexcept {
 
 // ---- Reading
 
+void LabelSet::prefetch(std::uint32_t label) const noexcept {
+  if (!few()) leaf_for(root_, height_, label);
+}
+
 std::uint32_t *LabelSet::copy_held(Run labels, std::uint32_t *out) const noexcept {
   constexpr std::size_t kTogether = 16;
   std::array<std::uint32_t, kTogether> leaves;

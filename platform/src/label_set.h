@@ -32,6 +32,9 @@ class LabelSet {
 
   std::uint32_t size() const noexcept { return size_; }
   std::uint32_t lowest() const noexcept { return Runs(*this).run().front(); }  // of one not empty
+  // Has the leaf fetched where a label lies or would lie.
+  void prefetch(std::uint32_t label) const noexcept;
+
   // Copies those of the labels that the set holds to `out`; returns the end. For a few labels of a
   // large set: their leaves are fetched together. `out` may be `labels`.
   std::uint32_t *copy_held(Run labels, std::uint32_t *out) const noexcept;

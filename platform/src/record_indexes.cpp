@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 
 #include "address_list.h"
 #include "session_slots.h"
@@ -26,18 +27,55 @@ Bytes for_each_indexed(std::uint32_t type, Bytes value, Fn &&fn) noexcept {
 void remove_from(ValueIndex &index, IndexedSession session, std::uint32_t type,
                  Bytes value) noexcept {
   for_each_indexed(type, value, [&](Bytes one) {
-    index.remove(session.slot, session.label, one);
+    index.remove(session.slot, session.label, ValueIndex::Key(one));
     return true;
   });
 }
 
 bool add_to(ValueIndex &index, IndexedSession session, std::uint32_t type, Bytes value) noexcept {
   bool added = true;
-  const Bytes done = for_each_indexed(
-      type, value, [&](Bytes one) { return added = index.add(session.slot, session.label, one); });
+  const Bytes done = for_each_indexed(type, value, [&](Bytes one) {
+    return added = index.add(session.slot, session.label, ValueIndex::Key(one));
+  });
   if (!added && !done.empty()) remove_from(index, session, type, done);
   return added;
 }
+
+// Removals from several indexes, made together: each goes through two or three places that are not
+// in the caches, so all of the first places are fetched, then all of the next.
+class Removals {
+ public:
+  explicit Removals(IndexedSession session) noexcept : session_(session) {}
+  ~Removals() { make(); }
+  Removals(const Removals &) = delete;
+  Removals &operator=(const Removals &) = delete;
+
+  void add(ValueIndex &index, Bytes value) noexcept {
+    if (count_ == removals_.size()) make();
+    Removal &removal = removals_[count_++];
+    removal = {&index, ValueIndex::Key(value)};
+    index.prefetch(removal.key);
+  }
+
+ private:
+  struct Removal {
+    ValueIndex *index;
+    ValueIndex::Key key;
+  };
+
+  void make() noexcept {
+    const std::span<Removal> removals(removals_.data(), count_);
+    for (Removal &removal : removals) removal.index->prefetch_label(removal.key, session_.label);
+    for (Removal &removal : removals) {
+      removal.index->remove(session_.slot, session_.label, removal.key);
+    }
+    count_ = 0;
+  }
+
+  IndexedSession session_;
+  std::size_t count_ = 0;
+  std::array<Removal, 16> removals_;
+};
 
 bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
   for (std::uint32_t slot = 0; slot < sessions.slots_used(); ++slot) {
@@ -91,11 +129,28 @@ bool RecordIndexes::enter_all(IndexedSession session, const StoredAttributes &at
 }
 
 void RecordIndexes::leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept {
+  Removals removals(session);
   attributes.for_each([&](std::uint32_t type, Bytes value) {
-    leave(session, type, value);
+    leave_interface_id(type, value);
     lost(type);
+    ValueIndex *index = indexes_[type];
+    if (index == nullptr) return true;
+    for_each_indexed(type, value, [&](Bytes one) {
+      removals.add(*index, one);
+      return true;
+    });
     return true;
   });
+}
+
+void RecordIndexes::prefetch_change(IndexedSession session, std::uint32_t type, Bytes from,
+                                    Bytes to) noexcept {
+  ValueIndex *index = indexes_[type];
+  if (index == nullptr) return;
+  const ValueIndex::Key left(from);
+  index->prefetch(left);
+  index->prefetch(ValueIndex::Key(to));
+  index->prefetch_label(left, session.label);
 }
 
 std::uint32_t RecordIndexes::next_interface_id(std::uint32_t after) const noexcept {

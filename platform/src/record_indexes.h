@@ -32,6 +32,13 @@ class RecordIndexes {
   [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
   void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
 
+  // A value is probably about to be entered.
+  void prefetch(std::uint32_t type, Bytes value) const noexcept {
+    if (indexes_[type] != nullptr) indexes_[type]->prefetch(ValueIndex::Key(value));
+  }
+  // A record is about to enter one value and leave the other.
+  void prefetch_change(IndexedSession session, std::uint32_t type, Bytes from, Bytes to) noexcept;
+
   // All attributes of a record at once.
   [[nodiscard]] bool enter_all(IndexedSession session, const StoredAttributes &attributes) noexcept;
   void leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept;

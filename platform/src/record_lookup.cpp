@@ -24,7 +24,7 @@ std::uint32_t look_up(std::uint32_t type, const void *value, std::uint32_t size,
   if (type == 0 || type > AAA_ATTR_TYPE_MAX) return AAA_ERR_UNSUPPORTED_ATTR;
   ValueIndex *index = indexes->index_of(type);
   if (index == nullptr) return ATTRDB_ERR_NO_MEMORY;
-  found = index->find(as_bytes(value, size));
+  found = index->find(ValueIndex::Key(as_bytes(value, size)));
   return PLATFORM_OK;
 }
 

@@ -13,12 +13,19 @@ namespace kivo_platform {
 struct AttributeBlock {
   std::uint32_t capacity;  // bytes, all told
   std::uint32_t count;     // of attributes
+  std::uint32_t value_bytes;
+  std::uint32_t unused;
 
   Segment segment() noexcept {
     return {reinterpret_cast<char *>(this + 1), capacity - std::uint32_t{sizeof(AttributeBlock)},
-            count};
+            count, value_bytes};
+  }
+  void update(const Segment &segment) noexcept {
+    count = segment.count();
+    value_bytes = segment.value_bytes();
   }
 };
+static_assert(sizeof(AttributeBlock) >= Segment::kSlack);
 
 namespace {
 
@@ -32,7 +39,7 @@ bool too_large(std::uint32_t capacity, std::uint32_t used) noexcept {
 AttributeBlock *new_block(std::uint32_t used) noexcept {
   const std::uint32_t capacity = block_memory_size(used + std::uint32_t{sizeof(AttributeBlock)});
   void *memory = take_block_memory(capacity);
-  return memory != nullptr ? ::new (memory) AttributeBlock{capacity, 0} : nullptr;
+  return memory != nullptr ? ::new (memory) AttributeBlock{capacity, 0, 0, 0} : nullptr;
 }
 
 void free_block(AttributeBlock *block) noexcept {
@@ -42,23 +49,6 @@ void free_block(AttributeBlock *block) noexcept {
 void put(char *to, Bytes bytes) noexcept {
   if (!bytes.empty()) std::memmove(to, bytes.data(), bytes.size());
 }
-
-// Fills an empty block, attribute by attribute.
-class BlockFiller {
- public:
-  explicit BlockFiller(AttributeBlock &block) noexcept : block_(block) {}
-
-  void add(std::uint32_t type, Bytes head, Bytes tail = {}) noexcept {
-    Segment segment = block_.segment();
-    segment.append({block_.count, offset_, 0, 0}, type, head, tail);
-    offset_ += Segment::stored_size(static_cast<std::uint32_t>(head.size() + tail.size()));
-    block_.count = segment.count();
-  }
-
- private:
-  AttributeBlock &block_;
-  std::uint32_t offset_ = 0;
-};
 
 }  // namespace
 
@@ -77,14 +67,15 @@ void Segment::put_size(const Item &item) noexcept {
 void Segment::move_rest(const Item &item, std::uint32_t new_offset) noexcept {
   const std::uint32_t offset = item.offset + item.stored();
   if (offset == new_offset) return;
-  const std::uint32_t end = end_from(after(item)).offset;
-  std::memmove(bytes_ + new_offset, bytes_ + offset, end - offset);
+  std::memmove(bytes_ + new_offset, bytes_ + offset, value_bytes_ - offset);
+  value_bytes_ = value_bytes_ - offset + new_offset;
 }
 
-void Segment::append(const Item &end, std::uint32_t type, Bytes head, Bytes tail) noexcept {
-  const Item added{end.index, end.offset, type,
+void Segment::append(std::uint32_t type, Bytes head, Bytes tail) noexcept {
+  const Item added{count_, value_bytes_, type,
                    static_cast<std::uint32_t>(head.size() + tail.size())};
   ++count_;
+  value_bytes_ += added.stored();
   char *const value = bytes_ + added.offset + added.prefix();
   put(value, head);
   put(value + head.size(), tail);
@@ -136,11 +127,12 @@ void Segment::erase(const Item &item) noexcept {
 
 Segment StoredAttributes::block() const noexcept { return block_->segment(); }
 
-void StoredAttributes::count_is(bool in_block, std::uint32_t count) noexcept {
+void StoredAttributes::update(bool in_block, const Segment &segment) noexcept {
   if (in_block) {
-    block_->count = count;
+    block_->update(segment);
   } else {
-    inline_count_ = static_cast<std::uint16_t>(count);
+    inline_count_ = static_cast<std::uint16_t>(segment.count());
+    inline_value_bytes_ = static_cast<std::uint16_t>(segment.value_bytes());
   }
 }
 
@@ -159,21 +151,23 @@ StoredValue StoredAttributes::find(std::uint32_t type) const noexcept {
 
 void StoredAttributes::cut(const StoredValue &value, std::uint32_t offset,
                            std::uint32_t size) noexcept {
-  segment_of(value).cut(value.item, offset, size);
+  Segment segment = segment_of(value);
+  segment.cut(value.item, offset, size);
+  update(value.in_block, segment);
   settle();
 }
 
 void StoredAttributes::erase(const StoredValue &value) noexcept {
   Segment segment = segment_of(value);
   segment.erase(value.item);
-  count_is(value.in_block, segment.count());
+  update(value.in_block, segment);
   settle();
 }
 
 void StoredAttributes::clear() noexcept {
   free_block(block_);
   block_ = nullptr;
-  inline_count_ = 0;
+  inline_count_ = inline_value_bytes_ = 0;
 }
 
 // After bytes went: the block's attributes move inside when they fit there, or into a smaller
@@ -182,49 +176,39 @@ void StoredAttributes::settle() noexcept {
   if (block_ == nullptr) return;
   Segment within = inside();
   const Segment outside = block();
-  Segment::Item end = within.end_from(within.first());
-  const std::uint32_t used = outside.used(outside.end_from(outside.first()));
-  if (within.used(end) + used <= kInlineBytes) {
-    for_each_of(outside, [&](std::uint32_t type, Bytes value) {
-      within.append(end, type, value, {});
-      end = within.after({end.index, end.offset, type, static_cast<std::uint32_t>(value.size())});
-      return true;
-    });
-    inline_count_ = static_cast<std::uint16_t>(within.count());
+  if (within.used() + outside.used() <= kInlineBytes) {
+    copy(outside, within);
+    update(false, within);
     free_block(block_);
     block_ = nullptr;
     return;
   }
-  if (!too_large(block_->capacity, used)) return;
-  AttributeBlock *smaller = new_block(used);
+  if (!too_large(block_->capacity, outside.used())) return;
+  AttributeBlock *smaller = new_block(outside.used());
   if (smaller == nullptr) return;
-  BlockFiller filler(*smaller);
-  for_each_of(outside, [&](std::uint32_t type, Bytes value) {
-    filler.add(type, value);
-    return true;
-  });
+  Segment to = smaller->segment();
+  copy(outside, to);
+  smaller->update(to);
   free_block(block_);
   block_ = smaller;
 }
 
+void StoredAttributes::copy(const Segment &from, Segment &to) noexcept {
+  for_each_of(from, [&](std::uint32_t type, Bytes value) {
+    to.append(type, value, {});
+    return true;
+  });
+}
+
 // ---- A write
 
-AttributeWrite::AttributeWrite(StoredAttributes &attributes, std::uint32_t type, std::uint32_t keep,
-                               Bytes tail) noexcept
-    : attributes_(attributes),
-      old_(attributes.find(type)),
-      type_(type),
-      keep_(keep),
-      new_size_(keep + static_cast<std::uint32_t>(tail.size())),
-      tail_(tail) {}
-
-AttributeWrite::~AttributeWrite() { free_block(fresh_); }
+void AttributeWrite::drop_fresh() noexcept { free_block(fresh_); }
 
 bool AttributeWrite::prepare() noexcept {
   const Segment segment = attributes_.segment_of(old_);
   const std::uint32_t needed = Segment::stored_size(new_size_) + Segment::kEntryBytes;
   const std::uint32_t given_up = old_.found ? old_.item.stored() + Segment::kEntryBytes : 0;
-  const std::uint32_t used = segment.used(segment.end_from(old_.item)) - given_up + needed;
+  const std::uint32_t used = segment.used() - given_up + needed;
   if (used <= segment.capacity()) return true;
 
   // Inside stays what is in front of the value; a block has room for all the rest.
@@ -233,10 +217,7 @@ bool AttributeWrite::prepare() noexcept {
   if (!old_.in_block) {
     kept_inline_ = old_.item.index;
     moving -= old_.item.offset + Segment::kEntryBytes * old_.item.index;
-    if (attributes_.block_ != nullptr) {
-      const Segment block = attributes_.block();
-      moving += block.used(block.end_from(block.first()));
-    }
+    if (attributes_.block_ != nullptr) moving += attributes_.block().used();
   }
   build_fresh(moving);
   return fresh_ != nullptr;
@@ -244,37 +225,38 @@ bool AttributeWrite::prepare() noexcept {
 
 void AttributeWrite::commit() noexcept {
   if (fresh_ != nullptr) {
+    if (!old_.in_block) {
+      attributes_.inline_count_ = static_cast<std::uint16_t>(kept_inline_);
+      attributes_.inline_value_bytes_ = static_cast<std::uint16_t>(old_.item.offset);
+    }
     free_block(attributes_.block_);
     attributes_.block_ = fresh_;
-    attributes_.inline_count_ = static_cast<std::uint16_t>(kept_inline_);
     fresh_ = nullptr;
     return;
   }
   Segment segment = attributes_.segment_of(old_);
   if (old_.found) {
     segment.replace(old_.item, keep_, tail_);
-    if (new_size_ < old_.item.size) attributes_.settle();
-    return;
+  } else {
+    segment.append(type_, tail_, {});
   }
-  segment.append(old_.item, type_, tail_, {});
-  attributes_.count_is(old_.in_block, segment.count());
+  attributes_.update(old_.in_block, segment);
+  if (new_size_ < old_.item.size) attributes_.settle();
 }
 
 void AttributeWrite::build_fresh(std::uint32_t used) noexcept {
   fresh_ = new_block(used);
   if (fresh_ == nullptr) return;
-  BlockFiller filler(*fresh_);
+  Segment fresh = fresh_->segment();
   std::uint32_t index = 0;
   attributes_.for_each([&](std::uint32_t type, Bytes value) {
     if (index++ < kept_inline_) return true;
-    if (type == type_) {
-      filler.add(type, value.substr(0, keep_), tail_);
-    } else {
-      filler.add(type, value);
-    }
+    const bool replaced = type == type_;
+    fresh.append(type, replaced ? value.substr(0, keep_) : value, replaced ? tail_ : Bytes{});
     return true;
   });
-  if (!old_.found) filler.add(type_, tail_);
+  if (!old_.found) fresh.append(type_, tail_, {});
+  fresh_->update(fresh);
 }
 
 }  // namespace kivo_platform

@@ -2,13 +2,15 @@
 // which lies inside the session's context: a session of ordinary size is one piece of memory. From
 // the first one on that does not fit, they lie in a block of its own.
 // Either place holds the values from its front and a directory from its back, two bytes for each
-// attribute: type and size. A value of kLongSize bytes or more has its size in front of it.
+// attribute: type and size. A value of kLongSize bytes or more has its size in front of it. The
+// directory is searched eight entries at a time.
 // Pure data, under the attribute context; knows no record, no index and no kind.
 // Invariants: (1) a type occurs once; (2) writes are prepared, which may fail and changes nothing,
 // and then committed, which cannot fail; (3) there is no block without attributes.
 // Threads: none; the process serialises all calls.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -25,11 +27,13 @@ inline Bytes as_bytes(const void *data, std::uint32_t size) noexcept {
   return {data != nullptr ? static_cast<const char *>(data) : "", size};
 }
 
-// Attributes that follow one another in one piece of memory. Does not own it.
+// Attributes that follow one another in one piece of memory, which it does not own. In front of it
+// lie kSlack bytes more that may be read.
 class Segment {
  public:
   static constexpr std::uint32_t kEntryBytes = 2;
   static constexpr std::uint32_t kLongSize = 31;
+  static constexpr std::uint32_t kSlack = 14;
 
   // An attribute, or the end.
   struct Item {
@@ -42,8 +46,9 @@ class Segment {
     std::uint32_t stored() const noexcept { return stored_size(size); }
   };
 
-  Segment(char *bytes, std::uint32_t capacity, std::uint32_t count) noexcept
-      : bytes_(bytes), capacity_(capacity), count_(count) {}
+  Segment(char *bytes, std::uint32_t capacity, std::uint32_t count,
+          std::uint32_t value_bytes) noexcept
+      : bytes_(bytes), capacity_(capacity), count_(count), value_bytes_(value_bytes) {}
 
   static std::uint32_t stored_size(std::uint32_t size) noexcept { return prefix_for(size) + size; }
 
@@ -51,32 +56,28 @@ class Segment {
   Item after(const Item &item) const noexcept {
     return at(item.index + 1, item.offset + item.stored());
   }
+  Item end() const noexcept { return {count_, value_bytes_, 0, 0}; }
   // The attribute of a type, or the end.
   Item find(std::uint32_t type) const noexcept {
+    const std::uint32_t index = index_of(type);
+    if (index >= count_) return end();
     std::uint32_t offset = 0;
-    for (std::uint32_t i = 0; i < count_; ++i) {
-      const std::uint32_t entry = entry_at(i);
-      if ((entry & kTypeMask) == type) return {i, offset, type, size_of(entry, offset)};
-      offset += stored_size(size_of(entry, offset));
-    }
-    return {count_, offset, 0, 0};
-  }
-  Item end_from(Item item) const noexcept {
-    while (item.type != 0) item = after(item);
-    return item;
+    for (std::uint32_t i = 0; i < index; ++i) offset += stored_size(size_of(entry_at(i), offset));
+    return {index, offset, type, size_of(entry_at(index), offset)};
   }
   Bytes value(const Item &item) const noexcept {
     return {bytes_ + item.offset + item.prefix(), item.size};
   }
 
-  // Bytes of values and directory up to the end.
-  std::uint32_t used(const Item &end) const noexcept { return end.offset + kEntryBytes * count_; }
+  // Bytes of values and directory.
+  std::uint32_t used() const noexcept { return value_bytes_ + kEntryBytes * count_; }
   std::uint32_t capacity() const noexcept { return capacity_; }
   std::uint32_t count() const noexcept { return count_; }
+  std::uint32_t value_bytes() const noexcept { return value_bytes_; }
 
   // There is room for each of these. The bytes may be those of a stored value.
   // Adds a value, in two pieces.
-  void append(const Item &end, std::uint32_t type, Bytes head, Bytes tail) noexcept;
+  void append(std::uint32_t type, Bytes head, Bytes tail) noexcept;
   // Makes a value its first `keep` bytes and `tail`. With keep, the tail lies elsewhere.
   void replace(const Item &item, std::uint32_t keep, Bytes tail) noexcept;
   void cut(const Item &item, std::uint32_t offset, std::uint32_t size) noexcept;
@@ -84,10 +85,31 @@ class Segment {
 
  private:
   static constexpr std::uint32_t kTypeBits = 11;
-  static constexpr std::uint32_t kTypeMask = (1 << kTypeBits) - 1;
+  static constexpr std::uint16_t kTypeMask = (1 << kTypeBits) - 1;
   static_assert(AAA_ATTR_TYPE_MAX <= kTypeMask);
 
+  using Entries = std::uint16_t __attribute__((vector_size(16)));
+  static constexpr std::uint32_t kTogether = sizeof(Entries) / kEntryBytes;
+  static_assert(kSlack == sizeof(Entries) - kEntryBytes);
+
   static std::uint32_t prefix_for(std::uint32_t size) noexcept { return size < kLongSize ? 0 : 2; }
+  // Where a type stands in the directory; count_ or more when it does not.
+  std::uint32_t index_of(std::uint32_t type) const noexcept {
+    const char *place = bytes_ + capacity_;
+    for (std::uint32_t i = 0; i < count_; i += kTogether) {
+      place -= sizeof(Entries);
+      Entries entries;
+      std::memcpy(&entries, place, sizeof entries);
+      const auto found = (entries & kTypeMask) == static_cast<std::uint16_t>(type);
+      std::uint64_t lanes[2];  // the directory grows downwards: the last lane comes first
+      std::memcpy(lanes, &found, sizeof lanes);
+      if ((lanes[0] | lanes[1]) == 0) continue;
+      return i + static_cast<std::uint32_t>(lanes[1] != 0 ? std::countl_zero(lanes[1])
+                                                          : 64 + std::countl_zero(lanes[0])) /
+                     16;
+    }
+    return count_;
+  }
   const char *place_of(std::uint32_t i) const noexcept {
     return bytes_ + capacity_ - kEntryBytes * (i + 1);
   }
@@ -113,6 +135,7 @@ class Segment {
   char *bytes_;
   std::uint32_t capacity_;
   std::uint32_t count_;
+  std::uint32_t value_bytes_;
 };
 
 struct AttributeBlock;
@@ -127,7 +150,7 @@ struct StoredValue {
 
 class StoredAttributes {
  public:
-  static constexpr std::uint32_t kInlineBytes = 190;
+  static constexpr std::uint32_t kInlineBytes = 188;
 
   StoredAttributes() noexcept {}
 
@@ -157,17 +180,19 @@ class StoredAttributes {
     return true;
   }
   Segment inside() const noexcept {
-    return {const_cast<char *>(inline_), kInlineBytes, inline_count_};
+    return {const_cast<char *>(inline_), kInlineBytes, inline_count_, inline_value_bytes_};
   }
   Segment block() const noexcept;
   Segment segment_of(const StoredValue &value) const noexcept {
     return value.in_block ? block() : inside();
   }
-  void count_is(bool in_block, std::uint32_t count) noexcept;
+  void update(bool in_block, const Segment &segment) noexcept;
   void settle() noexcept;
+  static void copy(const Segment &from, Segment &to) noexcept;
 
   AttributeBlock *block_ = nullptr;
   std::uint16_t inline_count_ = 0;
+  std::uint16_t inline_value_bytes_ = 0;
   char inline_[kInlineBytes];
 };
 static_assert(sizeof(StoredAttributes) == 200);
@@ -177,25 +202,33 @@ static_assert(sizeof(StoredAttributes) == 200);
 // committed changes nothing.
 class AttributeWrite {
  public:
-  // keep is not above the size of the old value, keep and tail together not above 65,535.
-  AttributeWrite(StoredAttributes &attributes, std::uint32_t type, std::uint32_t keep,
-                 Bytes tail) noexcept;
-  ~AttributeWrite();
+  // `old` is what the session stores of the type. keep is not above the size of the old value, keep
+  // and tail together not above 65,535.
+  AttributeWrite(StoredAttributes &attributes, std::uint32_t type, const StoredValue &old,
+                 std::uint32_t keep, Bytes tail) noexcept
+      : attributes_(attributes),
+        old_(old),
+        type_(type),
+        keep_(keep),
+        new_size_(keep + static_cast<std::uint32_t>(tail.size())),
+        tail_(tail) {}
+  ~AttributeWrite() {
+    if (fresh_ != nullptr) drop_fresh();
+  }
   AttributeWrite(const AttributeWrite &) = delete;
   AttributeWrite &operator=(const AttributeWrite &) = delete;
 
   [[nodiscard]] bool prepare() noexcept;
   void commit() noexcept;
 
-  const StoredValue &old_value() const noexcept { return old_; }
-
  private:
   void build_fresh(std::uint32_t used) noexcept;
+  void drop_fresh() noexcept;
 
   StoredAttributes &attributes_;
   AttributeBlock *fresh_ = nullptr;  // complete, takes the block's place at the commit
   std::uint32_t kept_inline_ = 0;    // attributes that stay inside beside it
-  StoredValue old_;
+  const StoredValue &old_;
   std::uint32_t type_;
   std::uint32_t keep_;
   std::uint32_t new_size_;

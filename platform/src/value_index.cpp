@@ -38,12 +38,13 @@ ValueIndex::~ValueIndex() {
   postings_.release();
 }
 
-bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept {
-  const std::uint32_t hash = hash_value(value);
-  Entry *entry = find_entry(hash, value, slot);
+ValueIndex::Key::Key(Bytes bytes) noexcept : value(bytes), hash(hash_value(bytes)) {}
+
+bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept {
+  Entry *entry = find_entry(key, slot);
   if (entry == nullptr) {
     if (!table_.reserve()) return false;
-    table_.insert(hash, {slot, label});
+    table_.insert(key.hash, {slot, label});
     return true;
   }
   if (!LabelSet::reserve()) return false;
@@ -51,7 +52,7 @@ bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexc
     posting_of(entry->ref).labels.insert(label);
     return true;
   }
-  const std::uint32_t posting = take_posting(value);
+  const std::uint32_t posting = take_posting(key.value);
   if (posting == kNoPosting) return false;
   LabelSet &labels = posting_of(posting).labels;
   labels.insert(entry->label);
@@ -60,12 +61,10 @@ bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, Bytes value) noexc
   return true;
 }
 
-void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept {
-  const std::uint32_t hash = hash_value(value);
-  Entry *entry =
-      table_.find(hash, [&](const Entry &found) { return posting_is_for(found.ref, value); });
+void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept {
+  Entry *entry = find_shared(key);
   if (entry == nullptr) {
-    table_.erase(hash, [&](const Entry &found) { return found.ref == slot; });
+    table_.erase(key.hash, [&](const Entry &found) { return found.ref == slot; });
     return;
   }
   LabelSet &labels = posting_of(entry->ref).labels;
@@ -76,11 +75,16 @@ void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, Bytes value) no
   give_posting(posting);
 }
 
-ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
-  const Entry *entry = find_entry(hash_value(value), value, kNoSlot);
+ValueIndex::Found ValueIndex::find(const Key &key) noexcept {
+  const Entry *entry = find_entry(key, kNoSlot);
   if (entry == nullptr) return {};
   if ((entry->ref & kShared) != 0) return {0, &posting_of(entry->ref).labels};
   return {entry->label, nullptr};
+}
+
+void ValueIndex::prefetch_label(const Key &key, std::uint32_t label) noexcept {
+  const Entry *entry = find_shared(key);
+  if (entry != nullptr) posting_of(entry->ref).labels.prefetch(label);
 }
 
 bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
@@ -90,12 +94,16 @@ bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
 
 // An entry of except_slot does not count: of a session that is being entered, another address of
 // the same hash may have led there, and its stored bytes would match this one too.
-ValueIndex::Entry *ValueIndex::find_entry(std::uint32_t hash, Bytes value,
-                                          std::uint32_t except_slot) noexcept {
-  return table_.find(hash, [&](const Entry &entry) {
-    if ((entry.ref & kShared) != 0) return posting_is_for(entry.ref, value);
-    return entry.ref != except_slot && session_holds(entry.ref, type_, value);
+ValueIndex::Entry *ValueIndex::find_entry(const Key &key, std::uint32_t except_slot) noexcept {
+  return table_.find(key.hash, [&](const Entry &entry) {
+    if ((entry.ref & kShared) != 0) return posting_is_for(entry.ref, key.value);
+    return entry.ref != except_slot && session_holds(entry.ref, type_, key.value);
   });
+}
+
+ValueIndex::Entry *ValueIndex::find_shared(const Key &key) noexcept {
+  return table_.find(key.hash,
+                     [&](const Entry &entry) { return posting_is_for(entry.ref, key.value); });
 }
 
 bool ValueIndex::Posting::take_key(Bytes value) noexcept {

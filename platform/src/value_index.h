@@ -24,12 +24,26 @@ class ValueIndex {
   ValueIndex(const ValueIndex &) = delete;
   ValueIndex &operator=(const ValueIndex &) = delete;
 
+  // A value and its hash, for what is done in steps.
+  struct Key {
+    explicit Key(Bytes bytes) noexcept;
+    Key() noexcept = default;
+
+    Bytes value;
+    std::uint32_t hash = 0;
+  };
+
   // Enters a session under a value that it does not hold yet. The label is passed because a session
   // in the making has none in the directory. False without memory, and nothing has changed.
-  [[nodiscard]] bool add(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept;
+  [[nodiscard]] bool add(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept;
 
   // Removes a session from a value that it was entered under.
-  void remove(std::uint32_t slot, std::uint32_t label, Bytes value) noexcept;
+  void remove(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept;
+
+  // Has memory fetched that an addition or a removal will read: first the table's, and, some time
+  // later, that of the label among those of a shared value.
+  void prefetch(const Key &key) const noexcept { table_.prefetch(key.hash); }
+  void prefetch_label(const Key &key, std::uint32_t label) noexcept;
 
   // The sessions of a value: shared is set when there are several, else label is the one or 0.
   struct Found {
@@ -43,7 +57,7 @@ class ValueIndex {
       return shared != nullptr ? shared->lowest() : label;
     }
   };
-  Found find(Bytes value) noexcept;
+  Found find(const Key &key) noexcept;
 
  private:
   // A short key lies in the posting itself.
@@ -76,7 +90,8 @@ class ValueIndex {
 
   Posting &posting_of(std::uint32_t ref) noexcept { return postings_[ref & ~kShared]; }
   bool posting_is_for(std::uint32_t ref, Bytes value) noexcept;
-  Entry *find_entry(std::uint32_t hash, Bytes value, std::uint32_t except_slot) noexcept;
+  Entry *find_entry(const Key &key, std::uint32_t except_slot) noexcept;
+  Entry *find_shared(const Key &key) noexcept;
   std::uint32_t take_posting(Bytes value) noexcept;
   void give_posting(std::uint32_t ref) noexcept;
 
