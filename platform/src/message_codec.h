@@ -22,6 +22,12 @@ struct DestroyMessage {
 };
 using ReceivedMessage = std::unique_ptr<received_message, DestroyMessage>;
 
+// Sets the codec up, once for the process. Every channel does so before it makes or takes a
+// message; nothing below allocates for the codec's own sake afterwards. Returns 0;
+// CHANNEL_ERR_NO_MEMORY, and then for good if memory ran out in the middle: what the codec began it
+// cannot begin again.
+std::uint32_t prepare_messages() noexcept;
+
 // Messages in the set.
 std::uint32_t message_count() noexcept;
 

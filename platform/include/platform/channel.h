@@ -9,7 +9,10 @@
  * 3. A connection in error takes no more messages, and ends when the handling ends; what was not
  *    sent by then is dropped.
  * 4. Statuses: CHANNEL_ERR_* of status.h. Nothing here notifies anybody. Everything is constant in
- *    time, apart from copying what is written. */
+ *    time, apart from copying what is written.
+ * 5. The process's first server or client sets the message codec up. When memory runs out in the
+ *    middle of that, that one and all later ones fail with CHANNEL_ERR_NO_MEMORY; the codec makes
+ *    sure beforehand that there is plenty, and when there is not, a later one may succeed. */
 #ifndef PLATFORM_CHANNEL_H
 #define PLATFORM_CHANNEL_H
 

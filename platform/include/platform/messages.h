@@ -222,7 +222,8 @@ typedef struct received_message received_message;
 PLATFORM_API void message_destroy(received_message *received) PLATFORM_NOEXCEPT;
 /* Which one it is, MESSAGE_*; 0 for an entry of a list and for null. */
 PLATFORM_API uint32_t message_kind(const received_message *received) PLATFORM_NOEXCEPT;
-/* Name of a kind, as in the schema; "unknown message" for others. */
+/* Name of a kind, as in the schema; "unknown message" for others, and when the codec could not be
+ * set up (channel.h). */
 PLATFORM_API const char *message_kind_name(uint32_t kind) PLATFORM_NOEXCEPT;
 
 /* A field of the message, or of the structure that it carries, by name; a field that was not sent

@@ -134,6 +134,7 @@ uint32_t channel_client_connect(const char *path, uint32_t timeout_ms,
   if (client == nullptr) return CHANNEL_ERR_INVALID_ARG;
   *client = nullptr;
   if (path == nullptr) return CHANNEL_ERR_INVALID_ARG;
+  if (const uint32_t status = prepare_messages(); status != PLATFORM_OK) return status;
   std::unique_ptr<channel_client> made(new (std::nothrow) channel_client);
   if (made == nullptr) return CHANNEL_ERR_NO_MEMORY;
   const uint32_t status = connect_to(path, timeout_ms, made->socket);
@@ -145,6 +146,7 @@ uint32_t channel_client_open_memory(channel_client **client,
                                     channel_connection **connection) noexcept {
   if (client == nullptr) return CHANNEL_ERR_INVALID_ARG;
   *client = nullptr;
+  if (const uint32_t status = prepare_messages(); status != PLATFORM_OK) return status;
   std::unique_ptr<channel_client> made(new (std::nothrow) channel_client);
   if (made != nullptr) made->connection.reset(new (std::nothrow) channel_connection(stay));
   if (made == nullptr || made->connection == nullptr) return CHANNEL_ERR_NO_MEMORY;

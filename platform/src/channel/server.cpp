@@ -317,6 +317,7 @@ uint32_t channel_server_open(const char *path, const char *group, uint32_t conne
   if (server == nullptr) return CHANNEL_ERR_INVALID_ARG;
   *server = nullptr;
   if (path == nullptr || connections_max > CHANNEL_CONNECTIONS_MAX) return CHANNEL_ERR_INVALID_ARG;
+  if (const uint32_t status = prepare_messages(); status != PLATFORM_OK) return status;
   const gid_t permitted = group != nullptr ? find_group(group) : kNoGroup;
   if (group != nullptr && permitted == kNoGroup) return CHANNEL_ERR_SYSTEM;
   const uint32_t most = connections_max != 0 ? connections_max : CHANNEL_CONNECTIONS_DEFAULT;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "internal.h"
 #include "message_buffer.h"
@@ -17,6 +18,18 @@ namespace {
 
 constexpr std::uint32_t kDumpLevel = 7;
 constexpr std::uint32_t kNumberDump = 30;
+
+// What protobuf makes of the schema at its first use. In the middle of it memory must not run out:
+// protobuf would be left with halves of it, and with its lock.
+enum class SetUp { kToCome, kDone, kBroken };
+constinit SetUp g_set_up = SetUp::kToCome;
+constexpr std::size_t kSetUpRoom = 262144;  // six times what it takes
+
+bool has_room_for_set_up() noexcept {
+  void *const room = operator new(kSetUpRoom, std::nothrow);
+  operator delete(room);
+  return room != nullptr;
+}
 
 }  // namespace
 
@@ -54,6 +67,18 @@ void DestroyMessage::operator()(received_message *received) const noexcept {
   if (received != nullptr) delete behind(received)->GetArena();
 }
 
+std::uint32_t prepare_messages() noexcept {
+  if (g_set_up == SetUp::kToCome) {
+    if (!has_room_for_set_up()) return CHANNEL_ERR_NO_MEMORY;
+    const std::uint32_t status = guarded([] {
+      wire::frame::default_instance().GetReflection();  // of all messages of the file
+      return PLATFORM_OK;
+    });
+    g_set_up = status == PLATFORM_OK ? SetUp::kDone : SetUp::kBroken;
+  }
+  return g_set_up == SetUp::kDone ? PLATFORM_OK : CHANNEL_ERR_NO_MEMORY;
+}
+
 std::uint32_t message_count() noexcept {
   return static_cast<std::uint32_t>(wire::frame::descriptor()->field_count());
 }
@@ -84,8 +109,9 @@ std::uint32_t kind_of(const received_message *received) noexcept {
 }
 
 const char *name_of_kind(std::uint32_t kind) noexcept {
+  const bool may_ask = kind != 0 && prepare_messages() == PLATFORM_OK;  // also without a channel
   const FieldDescriptor *field =
-      kind != 0 ? wire::frame::descriptor()->FindFieldByNumber(static_cast<int>(kind)) : nullptr;
+      may_ask ? wire::frame::descriptor()->FindFieldByNumber(static_cast<int>(kind)) : nullptr;
   return field != nullptr ? field->name().c_str() : "unknown message";
 }
 
