@@ -1,7 +1,6 @@
 // The request channel's server: what peers can do to it, and what they cannot do to each other.
 #include <fcntl.h>
 #include <grp.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -196,28 +195,6 @@ TEST_F(ChannelServer, EndsAConnectionInErrorAndDropsWhatWasNotSent) {
   EXPECT_EQ(0u, channel_server_connections(server_));
 }
 
-TEST_F(ChannelServer, GivesThePlaceOfTheOneThatWasIdleLongest) {
-  open(2);
-  const Client idle = client();
-  turn();
-  const Client busy = client();
-  expect_answer(busy);
-  const Client third = client();
-  expect_answer(third);
-  EXPECT_EQ(2u, channel_server_connections(server_));
-  EXPECT_EQ(CHANNEL_ERR_CLOSED, ask(idle));
-  expect_answer(busy);
-
-  g_handler = [](channel_connection *, const channel_command *) {};
-  ASSERT_EQ(PLATFORM_OK, ask(busy));
-  ASSERT_EQ(PLATFORM_OK, ask(third));
-  turn();
-  const Client fourth = client();
-  turn();
-  EXPECT_EQ("Too many connections.", text_from(fourth));
-  EXPECT_EQ(2u, channel_server_connections(server_));
-}
-
 TEST_F(ChannelServer, TracesAtMostTwentyThingsAtATime) {
   open();
   for (int i = 0; i < 30; ++i) {
@@ -227,28 +204,6 @@ TEST_F(ChannelServer, TracesAtMostTwentyThingsAtATime) {
     turn();
   }
   EXPECT_EQ(20u, take_traces().size());
-}
-
-TEST_F(ChannelServer, TurnsPeersAwayWithoutDescriptorsAndRecovers) {
-  open();
-  rlimit before{};
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-  const Client first = client();
-  turn();
-  const int turned_away = raw_peer();
-  const int lowest_free = dup(0);
-  close(lowest_free);
-  rlimit none_left = before;
-  none_left.rlim_cur = static_cast<rlim_t>(lowest_free);
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none_left));
-  turn();  // would not end if the peer stayed in the queue
-  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
-  char byte = 0;
-  EXPECT_EQ(0, recv(turned_away, &byte, 1, 0));
-  close(turned_away);
-  EXPECT_EQ(1u, take_traces().size());
-  expect_answer(first);
-  expect_answer(client());
 }
 
 // ---- The socket file
@@ -265,9 +220,7 @@ TEST_F(ChannelServer, MakesItsFileForUserAndGroupAndTakesItAway) {
 
 TEST_F(ChannelServer, ReplacesAStaleFileOnly) {
   // A socket file whose process has gone.
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path_.c_str(), sizeof address.sun_path - 1);
+  sockaddr_un address = address_of(path_);
   const int stale = socket(AF_UNIX, SOCK_STREAM, 0);
   ASSERT_EQ(0, bind(stale, reinterpret_cast<sockaddr *>(&address), sizeof address));
   ASSERT_EQ(0, listen(stale, 1));

@@ -184,9 +184,7 @@ TEST_F(Channel, ClientBearsADaemonThatMisbehaves) {
       {"no message", "\0\0\0\x01\xff"s, true, kBadFrame},
       {"cut off", "\0\0\0\x07\x42\x05"s, false, kClosed},
   };
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path_.c_str(), sizeof address.sun_path - 1);
+  sockaddr_un address = address_of(path_);
   const int daemon = socket(AF_UNIX, SOCK_STREAM, 0);
   ASSERT_EQ(0, bind(daemon, reinterpret_cast<sockaddr *>(&address), sizeof address));
   ASSERT_EQ(0, listen(daemon, 1));

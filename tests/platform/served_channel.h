@@ -37,6 +37,13 @@ inline uint32_t write_reply(channel_connection *connection, size_t length = 3) {
                          negative_acknowledgement_marshal);
 }
 
+inline sockaddr_un address_of(const std::string &path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  return address;
+}
+
 class ServedChannel : public testing::Test {
  protected:
   ServedChannel() {
@@ -62,9 +69,10 @@ class ServedChannel : public testing::Test {
   }
 
   // Everything that can be done now.
-  void turn() const {
-    pollfd ready = {channel_server_fd(server_), POLLIN, 0};
-    while (poll(&ready, 1, 0) == 1) channel_server_process(server_);
+  void turn() const { turn(server_); }
+  static void turn(channel_server *server) {
+    pollfd ready = {channel_server_fd(server), POLLIN, 0};
+    while (poll(&ready, 1, 0) == 1) channel_server_process(server);
   }
 
   Client client(uint32_t timeout_ms = 10000) const {
@@ -94,11 +102,9 @@ class ServedChannel : public testing::Test {
 
   // A peer that may send anything.
   int raw_peer() const {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path_.c_str(), sizeof address.sun_path - 1);
+    const sockaddr_un address = address_of(path_);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address));
+    EXPECT_EQ(0, connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address));
     return fd;
   }
 

@@ -5,7 +5,19 @@
  * off, one that cannot be read, one that is no request, and a peer that goes away in the middle of
  * a reply end that connection with a trace (platform module, level 4, at most 20 in 10 seconds) and
  * nothing else. A connection's next request is read when its last reply has been taken, so that a
- * slow peer holds nobody up and no more than one reply in memory. */
+ * slow peer holds nobody up and no more than one reply in memory.
+ *
+ * When all places are taken a newcomer waits in the listener's queue, unanswered and unharmed,
+ * until a connection ends or gives way. Which one gives way:
+ *   1. of the connections that have been answered and have nothing under way, and of those that
+ *      have not begun to ask for CHANNEL_PATIENCE_S seconds, the one idle longest;
+ *   2. without any of these, one whose peer has not ended a frame that it began, or not taken the
+ *      whole of a reply, for CHANNEL_PATIENCE_S seconds, however much of it came or went meanwhile.
+ * Nothing is under way when every reply has been sent and nothing of a request has come in, read or
+ * unread. So no request that was sent whole loses its reply to a newcomer, unless its peer does not
+ * take the reply. A peer that goes on asking keeps its place, as does a request that is with its
+ * handler. In any other way a place can be held for that long before the first request, for that
+ * long with each frame and for that long with each reply; it is noticed within 2 seconds. */
 #ifndef PLATFORM_CHANNEL_SERVER_H
 #define PLATFORM_CHANNEL_SERVER_H
 
@@ -16,6 +28,7 @@
 
 #define CHANNEL_CONNECTIONS_DEFAULT 128u
 #define CHANNEL_CONNECTIONS_MAX     4096u
+#define CHANNEL_PATIENCE_S          5u
 
 typedef struct channel_server channel_server;
 
@@ -24,8 +37,7 @@ typedef struct channel_server channel_server;
  *                  that nobody listens on is replaced; one in use, and any other file, stays.
  * group            the socket belongs to it and its members may connect, besides root and the
  *                  process's own user; null for none.
- * connections_max  beyond this many, the connection that has been idle longest gives way, or the
- *                  new one is refused when all are busy; 0 for the default.
+ * connections_max  how many places there are; 0 for the default.
  * server           receives the server.
  *
  * Returns 0; CHANNEL_ERR_INVALID_ARG; CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM, and errno tells
@@ -41,7 +53,10 @@ PLATFORM_API int channel_server_fd(const channel_server *server) PLATFORM_NOEXCE
 
 /* Does what there is to do and never blocks: takes connections, reads requests, calls their
  * handlers, writes replies. Each connection gets one request a call. Not to be called from a
- * handler. */
+ * handler.
+ * Without a free descriptor an idle connection gives way as above, or else the newcomer is turned
+ * away; when peers cannot be taken in for another reason, it is tried again when a connection ends,
+ * and after a second. Until then they do not make the descriptor readable. */
 PLATFORM_API void channel_server_process(channel_server *server) PLATFORM_NOEXCEPT;
 
 /* Live connections. */

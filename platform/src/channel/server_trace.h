@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "clock.h"
 #include "internal.h"
 
 namespace kivo_platform {
@@ -17,10 +18,11 @@ enum class ServerEvent : std::uint32_t {
   kUnreadable,
   kVanished,
   kNotPermitted,
-  kTooMany,
+  kAllBusy,
   kGaveWay,
   kCannotAccept,
   kError,
+  kStalled,
 };
 
 class ServerTrace {
@@ -49,18 +51,18 @@ class ServerTrace {
     {34, "request channel: a frame is no request: %s"},
     {35, "request channel: the peer went away, %zu bytes of its reply are lost"},
     {36, "request channel: user %u is not permitted"},
-    {37, "request channel: all of %u connections are busy: one more is turned away"},
-    {38, "request channel: of %u connections the one that was idle longest gives way"},
+    {37, "request channel: all of %u connections are busy: one more has to wait"},
+    {38, "request channel: of %zu connections the one that was idle longest gives way"},
     {39, "request channel: cannot take a peer in: %s"},
     {40, "request channel: a connection ends: %s"},
+    {42, "request channel: of %zu connections one gives way whose peer left off in the middle"},
   };
   // clang-format on
   static constexpr std::uint32_t kNumberSuppressed = 41;
 
   bool may_write() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    if (now.tv_sec - period_start_ >= kPeriod) start_period(now.tv_sec);
+    const std::time_t now = monotonic_seconds();
+    if (now - period_start_ >= kPeriod) start_period(now);
     return ++n_events_ <= kMost;
   }
 
