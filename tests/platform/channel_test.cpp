@@ -115,6 +115,54 @@ TEST_F(Channel, FinishesLaterThroughItsEpilogue) {
   EXPECT_EQ(kClosed, text_from(client_));
 }
 
+int g_continued;
+void finish_again(channel_connection *connection) {
+  if (++g_continued > 1) return;
+  channel_register_continuation(connection, finish_again);
+  channel_finished(connection);
+}
+
+TEST_F(Channel, RunsAContinuationOnceWhateverItCalls) {
+  g_continued = 0;
+  handle([](channel_connection *connection, const channel_command *) {
+    channel_register_continuation(connection, finish_again);
+    channel_finished(connection);
+    channel_finished(connection);
+  });
+  EXPECT_EQ(1, g_continued);
+  // What it registered is not the next response's.
+  handle([](channel_connection *connection, const channel_command *) {
+    EXPECT_EQ(0u, channel_continuation_registered(connection));
+    EXPECT_EQ(PLATFORM_OK, write_reply(connection));
+    channel_finished(connection);
+  });
+  EXPECT_EQ(1, g_continued);
+  EXPECT_EQ("xxx", text_from(client_));
+}
+
+TEST_F(Channel, AHandlerCannotAskItsOwnClient) {
+  // Whether its own handling has ended yet or not, and however long what it sends is.
+  handle([&](channel_connection *connection, const channel_command *) {
+    show_kivo_database_request longer{};
+    std::strcpy(longer.sess_id, "a session");
+    for (const bool finished : {false, true}) {
+      EXPECT_EQ(CHANNEL_ERR_NO_ROOM, ask(client_));
+      EXPECT_EQ(CHANNEL_ERR_NO_ROOM,
+                channel_client_send(client_.get(), &longer, show_kivo_database_request_marshal));
+      if (finished) continue;
+      EXPECT_EQ(PLATFORM_OK, write_reply(connection));
+      channel_finished(connection);
+    }
+  });
+  EXPECT_EQ("xxx", text_from(client_));
+  EXPECT_EQ(kNothing, text_from(client_));
+  handle([](channel_connection *connection, const channel_command *) {
+    EXPECT_EQ(PLATFORM_OK, write_reply(connection, 1));
+    channel_finished(connection);
+  });
+  EXPECT_EQ("x", text_from(client_));
+}
+
 TEST_F(Channel, RefusesWhatNobodyHandlesOrCannotBeCarriedOut) {
   g_handler = [](channel_connection *, const channel_command *) { FAIL(); };
   channel_register_handler(MESSAGE_SHOW_KIVO_ATTRIBUTES_REQUEST, nullptr);

@@ -83,7 +83,8 @@ PLATFORM_API void channel_set_epilogue(channel_connection *connection,
 PLATFORM_API void channel_finish_async(channel_connection *connection,
                                        const char *error_text) PLATFORM_NOEXCEPT;
 
-/* Registers a continuation for the current response; channel_finished() calls it once, last. */
+/* Registers a continuation for the current response; channel_finished() calls it once, last. By
+ * then the handling has ended: what the continuation registers or finishes is nobody's. */
 PLATFORM_API void channel_register_continuation(
     channel_connection *connection, channel_continuation continuation) PLATFORM_NOEXCEPT;
 /* 1 when there is one, else 0. */

@@ -30,8 +30,8 @@ PLATFORM_API uint32_t channel_client_open_memory(channel_client **client,
 
 /* Sends one message. Returns 0; the marshal function's status; CHANNEL_ERR_CLOSED when the daemon
  * has ended the connection: what it said before (a refusal, say) can still be received;
- * CHANNEL_ERR_NO_ROOM inside the process while a response is pending; CHANNEL_ERR_TIMEOUT;
- * CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM. */
+ * CHANNEL_ERR_NO_ROOM inside the process while a response is pending or its handler runs;
+ * CHANNEL_ERR_TIMEOUT; CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM. */
 PLATFORM_API uint32_t channel_client_send(channel_client *client, const void *message,
                                           message_marshal_fn marshal) PLATFORM_NOEXCEPT;
 

@@ -22,6 +22,7 @@ struct channel_client {
   message_definitions definitions;
   kivo_platform::Descriptor socket;                // none in memory
   std::unique_ptr<channel_connection> connection;  // none on a socket
+  bool delivering = false;                         // in memory: a request is with its handler
   message_buffer sent{kivo_platform::kFrameHead + MESSAGE_FRAME_MAX};
   message_buffer received{kivo_platform::kFrameHead + MESSAGE_FRAME_MAX};
 };
@@ -85,6 +86,11 @@ std::uint32_t send_all(channel_client &client) noexcept {
   return PLATFORM_OK;
 }
 
+// Whether a request inside the process has not been answered, or is just being handed over.
+bool is_busy(const channel_client &client) noexcept {
+  return client.connection != nullptr && (client.connection->handling || client.delivering);
+}
+
 // Handles the requests inside the process.
 std::uint32_t deliver_all(channel_client &client) noexcept {
   message_buffer &bytes = client.sent;
@@ -94,7 +100,9 @@ std::uint32_t deliver_all(channel_client &client) noexcept {
     if (client.connection->handling) {
       status = CHANNEL_ERR_NO_ROOM;
     } else {
+      client.delivering = true;
       status = deliver(*client.connection, bytes.data() + kFrameHead, size);
+      client.delivering = false;
     }
     bytes.consume(kFrameHead + size);
   }
@@ -158,6 +166,7 @@ uint32_t channel_client_open_memory(channel_client **client,
 uint32_t channel_client_send(channel_client *client, const void *message,
                              message_marshal_fn marshal) noexcept {
   if (client == nullptr || marshal == nullptr) return CHANNEL_ERR_INVALID_ARG;
+  if (is_busy(*client)) return CHANNEL_ERR_NO_ROOM;
   const uint32_t status = marshal(message, &client->sent);
   if (status != PLATFORM_OK) return status;
   return client->connection != nullptr ? deliver_all(*client) : send_all(*client);

@@ -36,12 +36,13 @@ void forget_request(channel_connection &connection) noexcept {
   connection.continuation = nullptr;
 }
 
+// Nothing that a continuation calls begins this again.
 void finish(channel_connection &connection) noexcept {
   if (!connection.handling) return;
+  connection.handling = false;
   const channel_continuation continuation = connection.continuation;
   forget_request(connection);
   if (continuation != nullptr) continuation(&connection);
-  connection.handling = false;
   connection.on_finished(connection);
 }
 
@@ -59,6 +60,7 @@ std::uint32_t deliver(channel_connection &connection, const std::uint8_t *bytes,
   if (status != PLATFORM_OK) return status;
   const std::uint32_t kind = kind_of(received.get());
   if (!is_request(kind)) return CHANNEL_ERR_FRAME;
+  forget_request(connection);  // also what a continuation left, or nobody's handler
   connection.handling = true;
   connection.request = std::move(received);
   connection.definitions.request = connection.request.get();
