@@ -1,12 +1,24 @@
 // The request channel's server: what peers can do to it, and what they cannot do to each other.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 
 #include "platform/served_channel.h"
+
+namespace {
+std::function<void()> g_before_flock;  // called once
+}
+
+extern "C" int flock(int fd, int operation) noexcept {
+  static const auto next = reinterpret_cast<int (*)(int, int)>(dlsym(RTLD_NEXT, "flock"));
+  if (g_before_flock) std::exchange(g_before_flock, nullptr)();
+  return next(fd, operation);
+}
 
 namespace {
 
@@ -25,6 +37,13 @@ class ChannelServer : public ServedChannel {
       EXPECT_EQ(PLATFORM_OK, write_reply(connection, kMoreThanASocketTakes));
     }
     channel_finished(connection);
+  }
+  // What channel_server_open() says when the system refuses something.
+  int reason_not_to_open() const {
+    channel_server *made = nullptr;
+    errno = 0;
+    EXPECT_EQ(CHANNEL_ERR_SYSTEM, channel_server_open(path_.c_str(), nullptr, 0, &made));
+    return errno;
   }
   // The answers to later requests are short.
   static void answer_the_first_at_length() {
@@ -238,6 +257,55 @@ TEST_F(ChannelServer, ReplacesAStaleFileOnly) {
   ASSERT_EQ(PLATFORM_OK, channel_server_open(path_.c_str(), nullptr, 0, &second));
   channel_server_close(std::exchange(server_, second));
   expect_answer(client());
+}
+
+// ---- The lock beside it
+
+TEST_F(ChannelServer, WhoeverLocksTheFolderKeepsNobodyFromListening) {
+  const int folder = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(0, flock(folder, LOCK_EX));
+  open();
+  expect_answer(client());
+  close(folder);
+}
+
+TEST_F(ChannelServer, LeavesThePathToWhoeverIsMakingASocketThere) {
+  const std::string lock = path_ + ".lock";
+  const int held = ::open(lock.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(0, flock(held, LOCK_EX));
+  EXPECT_EQ(EAGAIN, reason_not_to_open());
+  EXPECT_TRUE(std::filesystem::exists(lock));
+
+  // Made anew and locked after we had opened the one before.
+  g_before_flock = [&] {
+    std::filesystem::remove(lock);
+    close(held);
+    const int newer = ::open(lock.c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(0, flock(newer, LOCK_EX));
+  };
+  EXPECT_EQ(EAGAIN, reason_not_to_open());
+  std::filesystem::remove(lock);
+
+  // Left by one that was killed.
+  close(creat(lock.c_str(), 0600));
+  open();
+  expect_answer(client());
+  EXPECT_FALSE(std::filesystem::exists(lock));
+}
+
+TEST_F(ChannelServer, TakesNobodysFileForItsLock) {
+  const std::string lock = path_ + ".lock";
+  const std::string elsewhere = directory_ / "elsewhere";
+  std::filesystem::create_symlink(elsewhere, lock);
+  EXPECT_EQ(ELOOP, reason_not_to_open());
+  EXPECT_FALSE(std::filesystem::exists(elsewhere));
+  std::filesystem::remove(lock);
+
+  const int written = creat(lock.c_str(), 0600);
+  ASSERT_EQ(4, write(written, "mine", 4));
+  close(written);
+  EXPECT_EQ(EEXIST, reason_not_to_open());
+  EXPECT_EQ(4u, std::filesystem::file_size(lock));
 }
 
 TEST_F(ChannelServer, SaysWhyItCannotListen) {

@@ -35,6 +35,8 @@ typedef struct channel_server channel_server;
 /* Listens on a path.
  * path             where the socket is made, with mode 0660; at most 107 characters. A socket file
  *                  that nobody listens on is replaced; one in use, and any other file, stays.
+ *                  While it is made an empty file PATH.lock lies beside it. Whoever else may write
+ *                  into the folder can keep the server from listening; no other user can.
  * group            the socket belongs to it and its members may connect, besides root and the
  *                  process's own user; null for none.
  * connections_max  how many places there are; 0 for the default.
@@ -42,8 +44,8 @@ typedef struct channel_server channel_server;
  *
  * Returns 0; CHANNEL_ERR_INVALID_ARG; CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM, and errno tells
  * why: EADDRINUSE (somebody listens there), ENOTSOCK (another file is there), EAGAIN (another
- * process is making a socket in that folder), ENAMETOOLONG, ESRCH (no such group), or what the
- * system said. Takes SIGPIPE from nobody: writes are made without it. */
+ * process is making a socket there), EEXIST (PATH.lock is somebody's file), ENAMETOOLONG, ESRCH (no
+ * such group), or what the system said. Takes SIGPIPE from nobody: writes are made without it. */
 PLATFORM_API uint32_t channel_server_open(const char *path, const char *group,
                                           uint32_t connections_max,
                                           channel_server **server) PLATFORM_NOEXCEPT;

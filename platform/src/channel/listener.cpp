@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -35,21 +36,53 @@ bool fail(int error) noexcept {
   return false;
 }
 
-// Two processes that find the same stale file must not both replace it: whoever does holds the
-// folder's lock meanwhile. The lock goes with the descriptor.
-Descriptor lock_folder(const char *path) noexcept {
-  char folder[sizeof(sockaddr_un::sun_path) + 1] = ".";
-  if (const char *slash = std::strrchr(path, '/'); slash != nullptr) {
-    const std::size_t length = slash == path ? 1 : static_cast<std::size_t>(slash - path);
-    std::memcpy(folder, path, length);
-    folder[length] = '\0';
+// Two processes that find the same stale file must not both replace it: whoever does holds a lock
+// file beside it meanwhile, and removes it last. A lock on what is at that name no more is none.
+class PathLock {
+ public:
+  explicit PathLock(const char *path) noexcept {
+    std::snprintf(path_, sizeof path_, "%s.lock", path);
+    for (int i = 0; i < kAttempts; ++i) {
+      Descriptor file(::open(path_, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+      if (!file || !take(file.get())) return;
+      if (is_there(file.get())) {
+        file_ = std::move(file);
+        return;
+      }
+    }
+    errno = EAGAIN;
   }
-  Descriptor fd(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!fd || flock(fd.get(), LOCK_EX | LOCK_NB) == 0) return fd;
-  const KeepErrno keep;
-  fd.reset();
-  return fd;
-}
+  PathLock(const PathLock &) = delete;
+  PathLock &operator=(const PathLock &) = delete;
+  ~PathLock() {
+    const KeepErrno keep;
+    if (file_) unlink(path_);
+    file_.reset();
+  }
+
+  // Whether it is held; otherwise errno tells why.
+  explicit operator bool() const noexcept { return static_cast<bool>(file_); }
+
+ private:
+  static constexpr int kAttempts = 10;
+
+  // A file that somebody has written to is no lock of ours.
+  static bool take(int fd) noexcept {
+    struct stat is {};
+    if (fstat(fd, &is) != 0) return false;
+    if (!S_ISREG(is.st_mode) || is.st_size != 0) return fail(EEXIST);
+    return flock(fd, LOCK_EX | LOCK_NB) == 0;
+  }
+  bool is_there(int fd) const noexcept {
+    struct stat is {};
+    struct stat there {};
+    return fstat(fd, &is) == 0 && lstat(path_, &there) == 0 && is.st_dev == there.st_dev &&
+           is.st_ino == there.st_ino;
+  }
+
+  char path_[sizeof(sockaddr_un::sun_path) + sizeof ".lock"];
+  Descriptor file_;
+};
 
 bool is_stale(const sockaddr_un &address) noexcept {
   const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -75,7 +108,7 @@ bool clear_path(const char *path, const sockaddr_un &address) noexcept {
 bool Listener::make_file(const char *path, gid_t group) noexcept {
   sockaddr_un address{};
   if (!make_address(path, address)) return false;
-  const Descriptor lock = lock_folder(path);
+  const PathLock lock(path);
   if (!lock || !clear_path(path, address)) return false;
   const mode_t before = umask(kWithheld);
   const int bound = bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
