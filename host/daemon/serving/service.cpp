@@ -14,6 +14,7 @@
 #include "kivo/show_request.h"
 #include "platform/channel_server.h"
 #include "platform/error_text.h"
+#include "socket_folder.h"
 #include "text/socket_path.h"
 
 namespace kivod {
@@ -75,6 +76,8 @@ std::string why_not(const std::string &socket, uint32_t status) {
       return text + "it is no socket";
     case EAGAIN:
       return text + "another process is about to";
+    case EEXIST:
+      return text + "a file is at " + socket + ".lock";
     case ESRCH:
       return text + "there is no such group";
     default:
@@ -82,18 +85,13 @@ std::string why_not(const std::string &socket, uint32_t status) {
   }
 }
 
-// The default path lies in a folder of its own, which goes with every reboot. Whatever fails here,
-// listening will say so.
-void make_default_folder(const std::string &socket) {
-  if (socket != host_text::kDefaultSocketPath) return;
-  std::error_code ignored;
-  std::filesystem::create_directory(std::filesystem::path(socket).parent_path(), ignored);
-}
-
 }  // namespace
 
 bool serve(const std::string &socket, const std::optional<std::string> &group, std::string &error) {
-  make_default_folder(socket);
+  // Its folder is its own, and goes with every reboot.
+  if (socket == host_text::kDefaultSocketPath) {
+    make_socket_folder(std::filesystem::path(socket).parent_path(), group);
+  }
   channel_server *opened = nullptr;
   const uint32_t status =
       channel_server_open(socket.c_str(), group ? group->c_str() : nullptr, 0, &opened);
