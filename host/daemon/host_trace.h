@@ -23,6 +23,7 @@ enum class HostMessage : uint32_t {
   kSuppressed = 15,
   kServing = 20,
   kStopping = 21,
+  kDeaf = 22,
 };
 
 #define host_trace(level, number, ...)                                      \

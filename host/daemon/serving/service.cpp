@@ -24,10 +24,6 @@ using Server = std::unique_ptr<channel_server, decltype(&channel_server_close)>;
 
 constexpr int kStopSignals[] = {SIGTERM, SIGINT};
 
-void on_requests(uv_poll_t *poll, int, int) {
-  channel_server_process(static_cast<channel_server *>(poll->data));
-}
-
 void on_stop(uv_signal_t *signal, int number) {
   host_trace(HostLevel::kNotice, HostMessage::kStopping, "stopping: signal %d", number);
   uv_stop(signal->loop);
@@ -35,6 +31,7 @@ void on_stop(uv_signal_t *signal, int number) {
 
 class Loop {
  public:
+  explicit Loop(channel_server &server) : server_(server) {}
   ~Loop() {
     if (!made_) return;
     uv_walk(
@@ -44,21 +41,37 @@ class Loop {
   }
 
   // 0 or one of libuv's errors.
-  int prepare(channel_server &server) {
+  int prepare() {
     int result = uv_loop_init(&loop_);
     made_ = result == 0;
     for (size_t i = 0; result == 0 && i < std::size(kStopSignals); ++i) {
       result = uv_signal_init(&loop_, &signals_[i]);
       if (result == 0) result = uv_signal_start(&signals_[i], on_stop, kStopSignals[i]);
     }
-    if (result == 0) result = uv_poll_init(&loop_, &poll_, channel_server_fd(&server));
-    poll_.data = &server;
+    if (result == 0) result = uv_poll_init(&loop_, &poll_, channel_server_fd(&server_));
+    poll_.data = this;
     return result == 0 ? uv_poll_start(&poll_, UV_READABLE, on_requests) : result;
   }
 
-  void run() { uv_run(&loop_, UV_RUN_DEFAULT); }
+  // Until it is told to stop: 0; or one of libuv's errors, when requests cannot be heard any more.
+  int run() {
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    return failure_;
+  }
 
  private:
+  // libuv does not watch the descriptor any more after an error.
+  static void on_requests(uv_poll_t *poll, int status, int) {
+    Loop &self = *static_cast<Loop *>(poll->data);
+    if (status == 0) return channel_server_process(&self.server_);
+    host_trace(HostLevel::kError, HostMessage::kDeaf, "cannot hear requests: %s",
+               uv_strerror(status));
+    self.failure_ = status;
+    uv_stop(poll->loop);
+  }
+
+  channel_server &server_;
+  int failure_ = 0;
   bool made_ = false;
   uv_loop_t loop_{};
   uv_signal_t signals_[std::size(kStopSignals)]{};
@@ -103,16 +116,17 @@ bool serve(const std::string &socket, const std::optional<std::string> &group, s
   channel_register_handler(MESSAGE_SHOW_KIVO_DATABASE_REQUEST,
                            dcx_show_kivo_database_request_command_handler);
   channel_register_handler(MESSAGE_SHOW_KIVO_ATTRIBUTES_REQUEST, answer_attributes_request);
-  Loop loop;
-  if (const int result = loop.prepare(*server); result != 0) {
+  Loop loop(*server);
+  if (const int result = loop.prepare(); result != 0) {
     error = std::string("no event loop: ") + uv_strerror(result);
     return false;
   }
   host_trace(HostLevel::kNotice, HostMessage::kServing, "listening on %s", socket.c_str());
   std::printf("Listening on %s\n", socket.c_str());
   std::fflush(stdout);
-  loop.run();
-  return true;
+  const int failure = loop.run();
+  if (failure != 0) error = std::string("cannot hear requests: ") + uv_strerror(failure);
+  return failure == 0;
 }
 
 }  // namespace kivod

@@ -7,8 +7,8 @@
 namespace kivod {
 
 // Listens on a socket and answers until SIGTERM or SIGINT; prints "Listening on PATH" once it does.
-// `group` may ask besides root and the process's user. False when it cannot listen; `error` then
-// has one line that says why.
+// `group` may ask besides root and the process's user. False when it cannot listen, or not any
+// more; `error` then has one line that says why.
 bool serve(const std::string &socket, const std::optional<std::string> &group, std::string &error);
 
 }  // namespace kivod
