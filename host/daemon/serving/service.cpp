@@ -1,6 +1,7 @@
 // See service.h. libuv waits: for the request channel's descriptor and for the two signals.
 #include "service.h"
 
+#include <signal.h>
 #include <uv.h>
 
 #include <cerrno>
@@ -101,6 +102,7 @@ std::string why_not(const std::string &socket, uint32_t status) {
 }  // namespace
 
 bool serve(const std::string &socket, const std::optional<std::string> &group, std::string &error) {
+  signal(SIGPIPE, SIG_IGN);  // whoever reads the traces may go away
   // Its folder is its own, and goes with every reboot.
   if (socket == host_text::kDefaultSocketPath) {
     make_socket_folder(std::filesystem::path(socket).parent_path(), group);
