@@ -81,6 +81,25 @@ int32_t slot_of(const kivo_db &db, uint32_t type) noexcept {
   return type <= AAA_ATTR_TYPE_MAX ? db.accel_slot[type] : kNoSlot;
 }
 
+// The entry of a type's slot; null without one, or when the table lacks it.
+kivo_accel_entry *entry_at(const kivo_db &db, uint32_t type) noexcept {
+  const auto slot = static_cast<uint32_t>(slot_of(db, type));
+  return slot < db.accel_count ? &db.accel_tbl[slot] : nullptr;
+}
+
+// A look-up with its traces. Apart, so that one without them is short: every write makes one.
+[[gnu::noinline]] uint32_t look_up_traced(uint32_t type, const kivo_db &db,
+                                          kivo_accel_entry *&found) noexcept {
+  kivo_trace_event(msg::kAccelLookup, get_attr_name_from_type(type), slot_of(db, type));
+  kivo_accel_entry *const entry = entry_at(db, type);
+  if (entry != nullptr && entry->aaa_type == type) {
+    found = entry;
+  } else {
+    kivo_trace_event(msg::kAccelLookupNone, static_cast<void *>(entry), static_cast<int>(type));
+  }
+  return PLATFORM_OK;
+}
+
 }  // namespace
 
 uint32_t build_accel_table(kivo_db &db) noexcept {
@@ -111,18 +130,9 @@ uint32_t kivo_get_accel_from_type(uint32_t type, kivo_db *db, kivo_accel_entry *
   using namespace kivo;
   if (type == 0 || db == nullptr || out == nullptr) return KIVO_ERR_INVALID_ARG;
   *out = nullptr;
-  const int32_t slot = slot_of(*db, type);
-  kivo_trace_event(msg::kAccelLookup, get_attr_name_from_type(type), slot);
-  kivo_accel_entry *entry = nullptr;
-  if (slot != kNoSlot && db->accel_tbl != nullptr &&
-      static_cast<uint32_t>(slot) < db->accel_count) {
-    entry = &db->accel_tbl[slot];
-    if (entry->aaa_type == type) {
-      *out = entry;
-      return PLATFORM_OK;
-    }
-  }
-  kivo_trace_event(msg::kAccelLookupNone, static_cast<void *>(entry), static_cast<int>(type));
+  if (facility_wants_events()) return look_up_traced(type, *db, *out);
+  kivo_accel_entry *const entry = entry_at(*db, type);
+  if (entry != nullptr && entry->aaa_type == type) *out = entry;
   return PLATFORM_OK;
 }
 

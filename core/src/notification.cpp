@@ -53,9 +53,58 @@ kivo_notify_reg *find_or_add_registration(kivo_accel_entry &entry, kivo_db &db, 
   return reg;
 }
 
-bool is_concerned(const kivo_notify_reg &reg, const kivo_db *db, uint32_t action) noexcept {
-  return reg.client == db && (reg.actions & (action | KIVO_ACTION_UNCONDITIONAL)) != 0 &&
+// What is announced.
+struct Change {
+  kivo_db *db;
+  uint32_t type;
+  uint32_t size;
+  const void *value;
+  const void *bytes;  // what callbacks are shown
+  uint32_t label;
+  uint32_t action;
+};
+
+bool is_concerned(const kivo_notify_reg &reg, const Change &change) noexcept {
+  return reg.client == change.db &&
+         (reg.actions & (change.action | KIVO_ACTION_UNCONDITIONAL)) != 0 &&
          reg.notify_cb != nullptr;
+}
+
+// ---- The ways that few announcements go. Most are of a type without an entry, and every write of
+// an attribute makes one: what those need is all that kivo_attr_change_notification() contains.
+
+[[gnu::noinline]] uint32_t refuse(const Change &change) noexcept {
+  kivo_trace_error(msg::kNotifyBadParams, change.size, change.value,
+                   static_cast<void *>(change.db));
+  return KIVO_ERR_INVALID_ARG;
+}
+
+[[gnu::noinline]] uint32_t fail_look_up(const Change &change, uint32_t status) noexcept {
+  kivo_trace_error(msg::kChangeFailed, change.db->db_name);
+  return status;
+}
+
+// Returns 0.
+[[gnu::noinline]] uint32_t trace_no_entry(const Change &change) noexcept {
+  kivo_trace_event(msg::kNotifyNoAccelType, change.db->db_name, static_cast<int>(change.type));
+  return PLATFORM_OK;
+}
+
+[[gnu::noinline]] uint32_t dispatch(const Change &change, const kivo_accel_entry &entry) noexcept {
+  kivo_notify_reg *reg = next_registration(entry, nullptr);
+  if (reg == nullptr) return PLATFORM_OK;  // nobody asked: the value need not be packed
+
+  kivo_attr_value new_value{.aaa_type = change.type, .size = change.size, .data = {}};
+  std::memcpy(new_value.data, change.bytes, change.size);
+  const WalkPin pin(*change.db);
+  for (; reg != nullptr; reg = next_registration(entry, reg)) {
+    if (!is_concerned(*reg, change)) continue;
+    kivo_trace_event(msg::kNotify, static_cast<int>(change.type), static_cast<int>(change.size),
+                     change.value);
+    reg->notify_cb(change.db, change.label, 1, &new_value, &kivo_notify_old_value, change.action,
+                   &reg->handles);
+  }
+  return PLATFORM_OK;
 }
 
 }  // namespace
@@ -115,30 +164,13 @@ void kivo_init_notify_old_attr(void) noexcept {
 uint32_t kivo_attr_change_notification(kivo_db *db, uint32_t type, uint32_t size, const void *value,
                                        const void *bytes, uint32_t label,
                                        uint32_t action) noexcept {
+  const Change change{db, type, size, value, bytes, label, action};
   if (db == nullptr || size == 0 || size >= KIVO_ATTR_VALUE_DATA_SIZE || value == nullptr) {
-    kivo_trace_error(msg::kNotifyBadParams, size, value, static_cast<void *>(db));
-    return KIVO_ERR_INVALID_ARG;
+    return refuse(change);
   }
   kivo_accel_entry *entry = nullptr;
   const uint32_t status = kivo_get_accel_from_type(type, db, &entry);
-  if (status != PLATFORM_OK) {
-    kivo_trace_error(msg::kChangeFailed, db->db_name);
-    return status;
-  }
-  if (entry == nullptr) {
-    kivo_trace_event(msg::kNotifyNoAccelType, db->db_name, static_cast<int>(type));
-    return PLATFORM_OK;
-  }
-  kivo_notify_reg *reg = next_registration(*entry, nullptr);
-  if (reg == nullptr) return PLATFORM_OK;  // nobody asked: the value need not be packed
-
-  kivo_attr_value new_value{.aaa_type = type, .size = size, .data = {}};
-  std::memcpy(new_value.data, bytes, size);
-  const WalkPin pin(*db);
-  for (; reg != nullptr; reg = next_registration(*entry, reg)) {
-    if (!is_concerned(*reg, db, action)) continue;
-    kivo_trace_event(msg::kNotify, static_cast<int>(type), static_cast<int>(size), value);
-    reg->notify_cb(db, label, 1, &new_value, &kivo_notify_old_value, action, &reg->handles);
-  }
-  return PLATFORM_OK;
+  if (status != PLATFORM_OK) return fail_look_up(change, status);
+  if (entry != nullptr) return dispatch(change, *entry);
+  return facility_wants_events() ? trace_no_entry(change) : uint32_t{PLATFORM_OK};
 }

@@ -27,8 +27,12 @@ inline bool wants_error_trace() noexcept {
   return trace_enabled(kivo_trace_id, kErrorLevel) && gate_is_open(KIVO_DEBUG_KIND_ERROR, true);
 }
 
+// The first half of the question: for short functions, which leave the rest, and the trace, to
+// another that is called for it.
+inline bool facility_wants_events() noexcept { return trace_enabled(kivo_trace_id, kEventLevel); }
+
 inline bool wants_event_trace() noexcept {
-  return trace_enabled(kivo_trace_id, kEventLevel) && gate_is_open(KIVO_DEBUG_KIND_EVENT, true);
+  return facility_wants_events() && gate_is_open(KIVO_DEBUG_KIND_EVENT, true);
 }
 
 // A name for a trace; a null one is the empty text.
