@@ -142,13 +142,19 @@ void kivo_shadowdb_init(void) noexcept {
                                                 0, shadowdb_attr_chunk_name_to_id);
 }
 
+// Apart, so that the question is short without it: every write asks.
+[[gnu::noinline]] static uint32_t trace_class(uint32_t type, uint32_t is_identity) noexcept {
+  kivo_trace_shadow(kShadowDetail, msg::kShadowClass, type_name(type),
+                    is_identity != 0 ? "an" : "not an");
+  return is_identity;
+}
+
 uint32_t kivo_check_is_shadow_attrib(uint32_t type, uint32_t *index) noexcept {
   const uint32_t found = identity_index(type);
-  const bool is_identity = found < SHADOWDB_ATTR_INDEXES;
-  if (is_identity) *index = found;
-  kivo_trace_shadow(kShadowDetail, msg::kShadowClass, type_name(type),
-                    is_identity ? "an" : "not an");
-  return is_identity ? 1 : 0;
+  const uint32_t is_identity = found < SHADOWDB_ATTR_INDEXES ? 1 : 0;
+  if (is_identity != 0) *index = found;
+  return trace_enabled(TRACE_MODULE_HOST_APP, kShadowDetail) != 0 ? trace_class(type, is_identity)
+                                                                  : is_identity;
 }
 
 shadowdb_rec *shadowdb_alloc_record(uint32_t label) noexcept {

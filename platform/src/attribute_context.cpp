@@ -35,6 +35,17 @@ IndexedSession session_of(const auth_ctxt *ctxt) noexcept {
   return {ctxt->slot, ctxt->record.label};
 }
 
+// Adds a value for which there is room.
+std::uint32_t append(auth_ctxt *ctxt, std::uint32_t type, Bytes value) noexcept {
+  if (is_record(ctxt)) {
+    RecordIndexes &indexes = *record_indexes();
+    if (!indexes.enter(session_of(ctxt), type, value)) return AAA_ERR_NO_MEMORY;
+    indexes.gained(type);
+  }
+  ctxt->attributes.append(type, value);
+  return PLATFORM_OK;
+}
+
 // Makes the value of a type its first `keep` bytes and `tail`. With keep, nothing leaves an index.
 std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old, std::uint32_t keep,
                     Bytes tail) noexcept {
@@ -55,7 +66,10 @@ std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
                           std::uint32_t *changed) noexcept {
   const StoredValue old = ctxt->attributes.find(type);
   if (old.found && old.bytes == value) return PLATFORM_OK;
-  const std::uint32_t status = write(ctxt, type, old, 0, value);
+  const std::uint32_t status =
+      !old.found && ctxt->attributes.can_append(static_cast<std::uint32_t>(value.size()))
+          ? append(ctxt, type, value)
+          : write(ctxt, type, old, 0, value);
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
   return status;
 }

@@ -12,7 +12,6 @@
 
 #include "chunked_array.h"
 #include "list_storage.h"
-#include "record_indexes.h"
 
 struct aaa_cursor {
   kivo_platform::ListStorage *storage;
@@ -102,21 +101,6 @@ class ListSlots {
   std::uint32_t live_ = 0;
 };
 
-// A list that is walked is mostly about to be written into a session: what the store's indexes will
-// read for its values is fetched at once, instead of value by value.
-void prefetch_indexes(ListStorage &storage) noexcept {
-  constexpr std::uint32_t kAtMost = 32;
-  const RecordIndexes *indexes = record_indexes();
-  if (indexes == nullptr) return;
-  ListWalk walk(storage);
-  for (std::uint32_t i = 0; i < kAtMost; ++i) {
-    ListAttribute *attribute = walk.next();
-    if (attribute == nullptr) return;
-    if (attribute->type > AAA_ATTR_TYPE_MAX) continue;
-    indexes->prefetch(attribute->type, {attribute->value(), attribute->size});
-  }
-}
-
 constinit ListSlots lists;
 constinit std::uint32_t live_cursors = 0;
 
@@ -179,7 +163,6 @@ extern "C" std::uint32_t aaa_cursor_alloc(aaa_cursor **out, std::uint32_t handle
   if (*out == nullptr) return AAA_ERR_NO_MEMORY;
   ++storage->pins;
   ++live_cursors;
-  prefetch_indexes(*storage);
   return PLATFORM_OK;
 }
 

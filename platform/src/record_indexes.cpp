@@ -97,7 +97,8 @@ ValueIndex *RecordIndexes::index_of(std::uint32_t type) noexcept {
   return indexes_[type] = index.release();
 }
 
-bool RecordIndexes::enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
+bool RecordIndexes::enter_indexed(IndexedSession session, std::uint32_t type,
+                                  Bytes value) noexcept {
   if (!enter_interface_id(type, value)) return false;
   ValueIndex *index = indexes_[type];
   if (index == nullptr || add_to(*index, session, type, value)) return true;

@@ -29,13 +29,11 @@ class RecordIndexes {
   ValueIndex *index_of(std::uint32_t type) noexcept;
 
   // Enters a value, or the addresses of a value of type 10, that the record did not hold so far.
-  [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
+  [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
+    return !concerns(type) || enter_indexed(session, type, value);
+  }
   void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
 
-  // A value is probably about to be entered.
-  void prefetch(std::uint32_t type, Bytes value) const noexcept {
-    if (indexes_[type] != nullptr) indexes_[type]->prefetch(ValueIndex::Key(value));
-  }
   // A record is about to enter one value and leave the other.
   void prefetch_change(IndexedSession session, std::uint32_t type, Bytes from, Bytes to) noexcept;
 
@@ -52,6 +50,12 @@ class RecordIndexes {
   std::uint32_t next_interface_id(std::uint32_t after) const noexcept;
 
  private:
+  // Most types have no index.
+  bool concerns(std::uint32_t type) const noexcept {
+    return indexes_[type] != nullptr || type == AAA_ATTR_INTERFACE_ID;
+  }
+  [[nodiscard]] bool enter_indexed(IndexedSession session, std::uint32_t type,
+                                   Bytes value) noexcept;
   [[nodiscard]] bool enter_interface_id(std::uint32_t type, Bytes value) noexcept;
   void leave_interface_id(std::uint32_t type, Bytes value) noexcept;
 

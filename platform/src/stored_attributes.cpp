@@ -54,15 +54,6 @@ void put(char *to, Bytes bytes) noexcept {
 
 // ---- Within a segment
 
-void Segment::put_size(const Item &item) noexcept {
-  const std::uint32_t code = item.size < kLongSize ? item.size : kLongSize;
-  const auto entry = static_cast<std::uint16_t>(item.type | code << kTypeBits);
-  std::memcpy(bytes_ + capacity_ - kEntryBytes * (item.index + 1), &entry, sizeof entry);
-  if (code != kLongSize) return;
-  const auto size = static_cast<std::uint16_t>(item.size);
-  std::memcpy(bytes_ + item.offset, &size, sizeof size);
-}
-
 // Moves what follows an attribute.
 void Segment::move_rest(const Item &item, std::uint32_t new_offset) noexcept {
   const std::uint32_t offset = item.offset + item.stored();
@@ -72,14 +63,9 @@ void Segment::move_rest(const Item &item, std::uint32_t new_offset) noexcept {
 }
 
 void Segment::append(std::uint32_t type, Bytes head, Bytes tail) noexcept {
-  const Item added{count_, value_bytes_, type,
-                   static_cast<std::uint32_t>(head.size() + tail.size())};
-  ++count_;
-  value_bytes_ += added.stored();
-  char *const value = bytes_ + added.offset + added.prefix();
+  char *const value = add(type, static_cast<std::uint32_t>(head.size() + tail.size()));
   put(value, head);
   put(value + head.size(), tail);
-  put_size(added);
 }
 
 void Segment::replace(const Item &item, std::uint32_t keep, Bytes tail) noexcept {
@@ -127,26 +113,18 @@ void Segment::erase(const Item &item) noexcept {
 
 Segment StoredAttributes::block() const noexcept { return block_->segment(); }
 
+StoredValue StoredAttributes::find_in_block(std::uint32_t type) const noexcept {
+  const Segment segment = block();
+  const Segment::Item item = segment.find(type);
+  return {item.type != 0, true, item, segment.value(item)};
+}
+
 void StoredAttributes::update(bool in_block, const Segment &segment) noexcept {
   if (in_block) {
     block_->update(segment);
   } else {
-    inline_count_ = static_cast<std::uint16_t>(segment.count());
-    inline_value_bytes_ = static_cast<std::uint16_t>(segment.value_bytes());
+    update_inside(segment);
   }
-}
-
-StoredValue StoredAttributes::find(std::uint32_t type) const noexcept {
-  // The directory's line, beside the one with the count.
-  __builtin_prefetch(inline_ + kInlineBytes - 1);
-  Segment segment = inside();
-  Segment::Item item = segment.find(type);
-  const bool in_block = item.type == 0 && block_ != nullptr;
-  if (in_block) {
-    segment = block();
-    item = segment.find(type);
-  }
-  return {item.type != 0, in_block, item, segment.value(item)};
 }
 
 void StoredAttributes::cut(const StoredValue &value, std::uint32_t offset,
@@ -178,7 +156,7 @@ void StoredAttributes::settle() noexcept {
   const Segment outside = block();
   if (within.used() + outside.used() <= kInlineBytes) {
     copy(outside, within);
-    update(false, within);
+    update_inside(within);
     free_block(block_);
     block_ = nullptr;
     return;
@@ -195,7 +173,7 @@ void StoredAttributes::settle() noexcept {
 
 void StoredAttributes::copy(const Segment &from, Segment &to) noexcept {
   for_each_of(from, [&](std::uint32_t type, Bytes value) {
-    to.append(type, value, {});
+    to.append(type, value);
     return true;
   });
 }
@@ -238,7 +216,7 @@ void AttributeWrite::commit() noexcept {
   if (old_.found) {
     segment.replace(old_.item, keep_, tail_);
   } else {
-    segment.append(type_, tail_, {});
+    segment.append(type_, tail_);
   }
   attributes_.update(old_.in_block, segment);
   if (new_size_ < old_.item.size) attributes_.settle();
@@ -255,7 +233,7 @@ void AttributeWrite::build_fresh(std::uint32_t used) noexcept {
     fresh.append(type, replaced ? value.substr(0, keep_) : value, replaced ? tail_ : Bytes{});
     return true;
   });
-  if (!old_.found) fresh.append(type_, tail_, {});
+  if (!old_.found) fresh.append(type_, tail_);
   fresh_->update(fresh);
 }
 

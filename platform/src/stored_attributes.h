@@ -76,7 +76,10 @@ class Segment {
   std::uint32_t value_bytes() const noexcept { return value_bytes_; }
 
   // There is room for each of these. The bytes may be those of a stored value.
-  // Adds a value, in two pieces.
+  void append(std::uint32_t type, Bytes value) noexcept {
+    std::memcpy(add(type, static_cast<std::uint32_t>(value.size())), value.data(), value.size());
+  }
+  // Adds a value in two pieces.
   void append(std::uint32_t type, Bytes head, Bytes tail) noexcept;
   // Makes a value its first `keep` bytes and `tail`. With keep, the tail lies elsewhere.
   void replace(const Item &item, std::uint32_t keep, Bytes tail) noexcept;
@@ -129,7 +132,22 @@ class Segment {
     const std::uint32_t entry = entry_at(index);
     return {index, offset, entry & kTypeMask, size_of(entry, offset)};
   }
-  void put_size(const Item &item) noexcept;
+  void put_size(const Item &item) noexcept {
+    const std::uint32_t code = item.size < kLongSize ? item.size : kLongSize;
+    const auto entry = static_cast<std::uint16_t>(item.type | code << kTypeBits);
+    std::memcpy(bytes_ + capacity_ - kEntryBytes * (item.index + 1), &entry, sizeof entry);
+    if (code != kLongSize) return;
+    const auto size = static_cast<std::uint16_t>(item.size);
+    std::memcpy(bytes_ + item.offset, &size, sizeof size);
+  }
+  // Adds an attribute at the end; returns the place of its value.
+  char *add(std::uint32_t type, std::uint32_t size) noexcept {
+    const Item added{count_, value_bytes_, type, size};
+    ++count_;
+    value_bytes_ += added.stored();
+    put_size(added);
+    return bytes_ + added.offset + added.prefix();
+  }
   void move_rest(const Item &item, std::uint32_t new_offset) noexcept;
 
   char *bytes_;
@@ -154,7 +172,26 @@ class StoredAttributes {
 
   StoredAttributes() noexcept {}
 
-  StoredValue find(std::uint32_t type) const noexcept;
+  StoredValue find(std::uint32_t type) const noexcept {
+    // The directory's line, beside the one with the count.
+    __builtin_prefetch(inline_ + kInlineBytes - 1);
+    const Segment segment = inside();
+    const Segment::Item item = segment.find(type);
+    if (item.type == 0 && block_ != nullptr) return find_in_block(type);
+    return {item.type != 0, false, item, segment.value(item)};
+  }
+
+  // Whether append() would have room for a value of a type that is absent. Most values are written
+  // so, when a session begins; any other write takes an AttributeWrite.
+  bool can_append(std::uint32_t size) const noexcept {
+    return block_ == nullptr &&
+           inside().used() + Segment::stored_size(size) + Segment::kEntryBytes <= kInlineBytes;
+  }
+  void append(std::uint32_t type, Bytes value) noexcept {
+    Segment segment = inside();
+    segment.append(type, value);
+    update_inside(segment);
+  }
 
   // Calls fn(type, bytes) for every attribute in order, while fn returns true. Returns whether it
   // always did. fn must not write to the attributes.
@@ -183,8 +220,13 @@ class StoredAttributes {
     return {const_cast<char *>(inline_), kInlineBytes, inline_count_, inline_value_bytes_};
   }
   Segment block() const noexcept;
+  StoredValue find_in_block(std::uint32_t type) const noexcept;
   Segment segment_of(const StoredValue &value) const noexcept {
     return value.in_block ? block() : inside();
+  }
+  void update_inside(const Segment &segment) noexcept {
+    inline_count_ = static_cast<std::uint16_t>(segment.count());
+    inline_value_bytes_ = static_cast<std::uint16_t>(segment.value_bytes());
   }
   void update(bool in_block, const Segment &segment) noexcept;
   void settle() noexcept;
