@@ -7,11 +7,14 @@
 // Threads: none; the process serialises all calls.
 #include "attribute_list.h"
 
+#include <array>
 #include <memory>
 #include <new>
 
 #include "chunked_array.h"
 #include "list_storage.h"
+#include "record_indexes.h"
+#include "session_slots.h"
 
 struct aaa_cursor {
   kivo_platform::ListStorage *storage;
@@ -101,6 +104,24 @@ class ListSlots {
   std::uint32_t live_ = 0;
 };
 
+// A list that is walked is mostly about to be written into a session, the one that was looked up
+// last: what the store's indexes will read for its values is fetched together, instead of value by
+// value.
+void prefetch_indexes(ListStorage &storage) noexcept {
+  RecordIndexes *const indexes = record_indexes();
+  if (indexes == nullptr) return;
+  std::array<TypedValue, RecordIndexes::kPrefetched> values;
+  std::uint32_t n = 0;
+  ListWalk walk(storage);
+  for (const ListAttribute *attribute = walk.next(); attribute != nullptr && n < values.size();
+       attribute = walk.next()) {
+    if (indexes->has_index(attribute->type)) {
+      values[n++] = {attribute->type, {attribute->value(), attribute->size}};
+    }
+  }
+  indexes->prefetch({values.data(), n}, sessions.found_last());
+}
+
 constinit ListSlots lists;
 constinit std::uint32_t live_cursors = 0;
 
@@ -163,6 +184,7 @@ extern "C" std::uint32_t aaa_cursor_alloc(aaa_cursor **out, std::uint32_t handle
   if (*out == nullptr) return AAA_ERR_NO_MEMORY;
   ++storage->pins;
   ++live_cursors;
+  prefetch_indexes(*storage);
   return PLATFORM_OK;
 }
 

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "chunked_array.h"
+#include "prefetch.h"
 
 namespace kivo_platform {
 namespace {
@@ -82,12 +83,6 @@ std::uint32_t child_for(const Inner &inner, std::uint32_t label) noexcept {
   std::uint32_t index = 0;
   for (const std::uint32_t low : inner.low) index += low <= label ? 1 : 0;
   return std::min(index, inner.count - 1);
-}
-
-void fetch(const Leaf &leaf) noexcept {
-  for (std::size_t at = 0; at < sizeof leaf; at += 64) {
-    __builtin_prefetch(reinterpret_cast<const char *>(&leaf) + at);
-  }
 }
 
 void insert_word(std::uint32_t *words, std::uint32_t n, std::uint32_t at,
@@ -208,7 +203,7 @@ std::uint32_t leaf_for(std::uint32_t node, std::uint32_t height, std::uint32_t l
     const Inner &inner = nodes.inner(node);
     node = inner.child[child_for(inner, label)];
   }
-  fetch(nodes.leaf(node));
+  fetch_ahead(&nodes.leaf(node));
   return node;
 }
 
@@ -274,7 +269,7 @@ void LabelSet::insert(std::uint32_t label) noexcept {
   for (std::uint32_t level = height_; level > 1; --level) {
     Inner &inner = nodes.inner(node);
     std::uint32_t i = child_for(inner, label);
-    if (level == 2) fetch(nodes.leaf(inner.child[i]));
+    if (level == 2) fetch_ahead(&nodes.leaf(inner.child[i]));
     if (is_full(inner.child[i], level == 2)) {
       divide(inner, i, level == 2);
       i = child_for(inner, label);
@@ -375,7 +370,7 @@ void LabelSet::Runs::enter_leaf() noexcept {
   const bool first = step.child == 0 || run_.empty();
   const std::uint32_t end = std::min(inner.count, step.child + kAhead + 1);
   for (std::uint32_t i = first ? step.child : end - 1; i < end; ++i) {
-    fetch(nodes.leaf(inner.child[i]));
+    fetch_ahead(&nodes.leaf(inner.child[i]));
   }
   run_ = run_of(inner.child[step.child]);
 }

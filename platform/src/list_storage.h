@@ -25,6 +25,7 @@ struct ListAttribute {
   std::uint32_t size;
 
   char *value() noexcept { return reinterpret_cast<char *>(this + 1); }
+  const char *value() const noexcept { return reinterpret_cast<const char *>(this + 1); }
 };
 
 // The first chunk lies behind the storage in the same allocation: a small list takes one.

@@ -144,6 +144,18 @@ void RecordIndexes::leave_all(IndexedSession session, const StoredAttributes &at
   });
 }
 
+void RecordIndexes::prefetch(std::span<const TypedValue> values, std::uint32_t label) noexcept {
+  std::array<ValueIndex::Key, kPrefetched> keys;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    keys[i] = ValueIndex::Key(values[i].value);
+    indexes_[values[i].type]->prefetch(keys[i]);
+  }
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    ValueIndex &index = *indexes_[values[i].type];
+    if (index.mostly_shared()) index.prefetch_label(keys[i], label);
+  }
+}
+
 void RecordIndexes::prefetch_change(IndexedSession session, std::uint32_t type, Bytes from,
                                     Bytes to) noexcept {
   ValueIndex *index = indexes_[type];

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "node_memory.h"
 #include "platform/aaa_dictionary.h"
@@ -22,6 +23,11 @@ struct IndexedSession {
   std::uint32_t label;
 };
 
+struct TypedValue {
+  std::uint32_t type;
+  Bytes value;
+};
+
 class RecordIndexes {
  public:
   // The index of a type; built by a walk over all records when there is none. Null without memory.
@@ -34,6 +40,13 @@ class RecordIndexes {
   }
   void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
 
+  // These values, at most kPrefetched, of indexed types are probably about to be entered, perhaps
+  // for this label.
+  static constexpr std::size_t kPrefetched = 16;
+  bool has_index(std::uint32_t type) const noexcept {
+    return type <= AAA_ATTR_TYPE_MAX && indexes_[type] != nullptr;
+  }
+  void prefetch(std::span<const TypedValue> values, std::uint32_t label) noexcept;
   // A record is about to enter one value and leave the other.
   void prefetch_change(IndexedSession session, std::uint32_t type, Bytes from, Bytes to) noexcept;
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "chunked_array.h"
+#include "prefetch.h"
 
 namespace kivo_platform {
 
@@ -36,7 +37,7 @@ class RefTable {
   Payload *find(std::uint32_t hash, Match &&match) noexcept {
     if (bucket_count_ == 0) return nullptr;
     for (Line *line = &buckets_[bucket_of(hash)];; line = &overflow_[line->next - 1]) {
-      fetch(line);
+      fetch_ahead(line);
       for (std::uint32_t i = 0; i < line->count; ++i) {
         if (line->hash[i] == hash && match(line->payload[i])) return &line->payload[i];
       }
@@ -46,7 +47,7 @@ class RefTable {
 
   // Has the memory fetched that find(), insert() or erase() will read first.
   void prefetch(std::uint32_t hash) const noexcept {
-    if (bucket_count_ != 0) fetch(&buckets_[bucket_of(hash)]);
+    if (bucket_count_ != 0) fetch_ahead(&buckets_[bucket_of(hash)]);
   }
 
   std::uint32_t size() const noexcept { return size_; }
@@ -69,11 +70,6 @@ class RefTable {
   // Entries for each bucket, in quarters; more would cost second lines.
   static constexpr std::uint32_t kFillQuarters = kLineEntries * 3;
 
-  static void fetch(const Line *line) noexcept {
-    for (std::size_t at = 0; at < kLineBytes; at += 64) {
-      __builtin_prefetch(reinterpret_cast<const char *>(line) + at);
-    }
-  }
   std::uint32_t bucket_of(std::uint32_t hash) const noexcept {
     const std::uint32_t bucket = hash & (2 * round_buckets_ - 1);
     return bucket < bucket_count_ ? bucket : bucket & (round_buckets_ - 1);

@@ -2,6 +2,8 @@
 // Threads: none; the process serialises all calls.
 #include "session_slots.h"
 
+#include "prefetch.h"
+
 namespace kivo_platform {
 
 constinit SessionSlots sessions;
@@ -13,13 +15,6 @@ static std::uint32_t hash_label(std::uint32_t label) noexcept {
   h = (h ^ (h >> 16)) * UINT32_C(0x85ebca6b);
   h = (h ^ (h >> 13)) * UINT32_C(0xc2b2ae35);
   return h ^ (h >> 16);
-}
-
-// A session is hardly ever looked for without being read.
-static void fetch(const auth_ctxt *ctxt) noexcept {
-  for (std::size_t at = 0; at < sizeof *ctxt; at += 64) {
-    __builtin_prefetch(reinterpret_cast<const char *>(ctxt) + at);
-  }
 }
 
 auth_ctxt *SessionSlots::take() noexcept {
@@ -65,11 +60,12 @@ void SessionSlots::unbind(auth_ctxt *ctxt) noexcept {
 
 auth_ctxt *SessionSlots::find(std::uint32_t label) noexcept {
   if (label == 0) return nullptr;
+  found_last_ = label;
   const std::uint32_t *slot =
       labels_to_slots_.find(hash_label(label), [](std::uint32_t) { return true; });
   if (slot == nullptr) return nullptr;
   auth_ctxt *ctxt = &contexts_[*slot];
-  fetch(ctxt);
+  fetch_ahead(ctxt);  // hardly ever looked for without being read
   return ctxt;
 }
 

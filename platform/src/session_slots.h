@@ -46,6 +46,9 @@ class SessionSlots {
   // The context of a label's record; null when there is none.
   auth_ctxt *find(std::uint32_t label) noexcept;
 
+  // The label that find() was asked for last: a guess at what will be written next.
+  std::uint32_t found_last() const noexcept { return found_last_; }
+
   auth_ctxt &at(std::uint32_t slot) noexcept { return contexts_[slot]; }
   std::uint32_t label_at(std::uint32_t slot) const noexcept { return labels_[slot]; }
 
@@ -60,6 +63,7 @@ class SessionSlots {
   std::uint32_t slots_used_ = 0;
   std::uint32_t free_slot_ = 0;  // plus 1
   std::uint32_t live_ = 0;
+  std::uint32_t found_last_ = 0;
 };
 
 extern SessionSlots sessions;

@@ -8,6 +8,7 @@
 #include "absl/strings/string_view.h"
 #include "address_list.h"
 #include "platform/aaa_dictionary.h"
+#include "prefetch.h"
 #include "session_slots.h"
 
 namespace kivo_platform {
@@ -25,6 +26,7 @@ std::uint32_t hash_value(Bytes value) noexcept {
 }
 
 bool session_holds(std::uint32_t slot, std::uint32_t type, Bytes value) noexcept {
+  fetch_ahead(&sessions.at(slot));
   const StoredValue stored = sessions.at(slot).attributes.find(type);
   if (!stored.found) return false;
   if (type != AAA_ATTR_IPV6_ADDRESSES) return stored.bytes == value;
@@ -132,6 +134,7 @@ std::uint32_t ValueIndex::take_posting(Bytes value) noexcept {
   const std::uint32_t next_free = posting.next_free;
   if (!posting.take_key(value)) return kNoPosting;
   free_posting_ = next_free;
+  ++postings_live_;
   return number | kShared;
 }
 
@@ -141,6 +144,7 @@ void ValueIndex::give_posting(std::uint32_t ref) noexcept {
   posting.drop_key();
   posting.next_free = free_posting_;
   free_posting_ = (ref & ~kShared) + 1;
+  --postings_live_;
 }
 
 }  // namespace kivo_platform

@@ -44,6 +44,8 @@ class ValueIndex {
   // later, that of the label among those of a shared value.
   void prefetch(const Key &key) const noexcept { table_.prefetch(key.hash); }
   void prefetch_label(const Key &key, std::uint32_t label) noexcept;
+  // Whether most values have several sessions, so that there is a label to prefetch.
+  bool mostly_shared() const noexcept { return postings_live_ > table_.size() / 2; }
 
   // The sessions of a value: shared is set when there are several, else label is the one or 0.
   struct Found {
@@ -99,6 +101,7 @@ class ValueIndex {
   RefTable<Entry, 128> table_;
   ChunkedArray<Posting, 64> postings_;
   std::uint32_t postings_used_ = 0;
+  std::uint32_t postings_live_ = 0;
   std::uint32_t free_posting_ = 0;  // plus 1
 };
 
