@@ -1,8 +1,9 @@
-// An ordered set of labels: the sessions behind a value that several share. Up to kFewLabels lie in
-// the object; more lie in a B+ tree of 256-byte nodes whose leaves form a chain, so that a set is
-// read in runs of some fifty labels and two sets are merged run by run. The nodes of all sets lie
-// in one pool. Invariants: (1) labels ascend; (2) after a successful reserve() the next insert() of
-// any one set cannot fail; nothing else allocates. Threads: none; the process serialises all calls.
+// An ordered set of labels, or of other numbers: the sessions behind a value that several share. Up
+// to kFewLabels lie in the object; more lie in a B+ tree of 256-byte nodes whose leaves form a
+// chain, so that a set is read in runs of some fifty labels and two sets are merged run by run. The
+// nodes of all sets lie in one pool. Invariants: (1) labels ascend; (2) after a successful
+// reserve() the next insert() of any one set cannot fail; nothing else allocates. Threads: none;
+// the process serialises all calls.
 #pragma once
 
 #include <cstdint>

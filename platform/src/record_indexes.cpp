@@ -2,7 +2,6 @@
 // Threads: none; the process serialises all calls.
 #include "record_indexes.h"
 
-#include <cstring>
 #include <memory>
 #include <new>
 #include <span>
@@ -89,9 +88,16 @@ bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
 
 }  // namespace
 
+std::unique_ptr<RecordIndexes> RecordIndexes::make() noexcept {
+  std::unique_ptr<RecordIndexes> indexes(new (std::nothrow) RecordIndexes);
+  if (indexes != nullptr && indexes->index_of(AAA_ATTR_INTERFACE_ID) == nullptr) return nullptr;
+  return indexes;
+}
+
 ValueIndex *RecordIndexes::index_of(std::uint32_t type) noexcept {
   if (indexes_[type] != nullptr) return indexes_[type];
-  std::unique_ptr<ValueIndex> index(new (std::nothrow) ValueIndex(type));
+  std::unique_ptr<ValueIndex> index(new (std::nothrow)
+                                        ValueIndex(type, type == AAA_ATTR_INTERFACE_ID));
   if (index == nullptr) return nullptr;
   if (holders_[type] != 0 && !fill_from_records(*index, type)) return nullptr;
   return indexes_[type] = index.release();
@@ -99,15 +105,10 @@ ValueIndex *RecordIndexes::index_of(std::uint32_t type) noexcept {
 
 bool RecordIndexes::enter_indexed(IndexedSession session, std::uint32_t type,
                                   Bytes value) noexcept {
-  if (!enter_interface_id(type, value)) return false;
-  ValueIndex *index = indexes_[type];
-  if (index == nullptr || add_to(*index, session, type, value)) return true;
-  leave_interface_id(type, value);
-  return false;
+  return add_to(*indexes_[type], session, type, value);
 }
 
 void RecordIndexes::leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
-  leave_interface_id(type, value);
   if (indexes_[type] != nullptr) remove_from(*indexes_[type], session, type, value);
 }
 
@@ -132,7 +133,6 @@ bool RecordIndexes::enter_all(IndexedSession session, const StoredAttributes &at
 void RecordIndexes::leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept {
   Removals removals(session);
   attributes.for_each([&](std::uint32_t type, Bytes value) {
-    leave_interface_id(type, value);
     lost(type);
     ValueIndex *index = indexes_[type];
     if (index == nullptr) return true;
@@ -164,33 +164,6 @@ void RecordIndexes::prefetch_change(IndexedSession session, std::uint32_t type, 
   index->prefetch(left);
   index->prefetch(ValueIndex::Key(to));
   index->prefetch_label(left, session.label);
-}
-
-std::uint32_t RecordIndexes::next_interface_id(std::uint32_t after) const noexcept {
-  const auto next = interface_ids_.upper_bound(after);
-  return next != interface_ids_.end() ? next->first : 0;
-}
-
-// Interface ids of another size than a number's have no place in the order.
-static bool is_interface_id(std::uint32_t type, Bytes value) noexcept {
-  return type == AAA_ATTR_INTERFACE_ID && value.size() == sizeof(std::uint32_t);
-}
-
-bool RecordIndexes::enter_interface_id(std::uint32_t type, Bytes value) noexcept {
-  if (!is_interface_id(type, value)) return true;
-  if (!fill_node_reserve()) return false;
-  std::uint32_t id = 0;
-  std::memcpy(&id, value.data(), sizeof id);
-  ++interface_ids_[id];
-  return true;
-}
-
-void RecordIndexes::leave_interface_id(std::uint32_t type, Bytes value) noexcept {
-  if (!is_interface_id(type, value)) return;
-  std::uint32_t id = 0;
-  std::memcpy(&id, value.data(), sizeof id);
-  const auto found = interface_ids_.find(id);
-  if (--found->second == 0) interface_ids_.erase(found);
 }
 
 }  // namespace kivo_platform

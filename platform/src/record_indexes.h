@@ -1,16 +1,16 @@
 // Everything that the store keeps about attribute values beside the records: an index for each
-// declared type, interface ids in numeric order, and for every type how many records hold it.
-// Between the attribute service, which reports each change of a record's value, and ValueIndex.
-// Invariants: (1) enter() happens whole or not at all; leave(), gained() and lost() cannot fail;
-// (2) type 10 is entered address by address.
-// Threads: none; the process serialises all calls.
+// declared type, always one for interface ids, which keeps them in numeric order, and for every
+// type how many records hold it. Between the attribute service, which reports each change of a
+// record's value, and ValueIndex. Invariants: (1) enter() happens whole or not at all; leave(),
+// gained() and lost() cannot fail; (2) type 10 is entered address by address. Threads: none; the
+// process serialises all calls.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 
-#include "node_memory.h"
 #include "platform/aaa_dictionary.h"
 #include "stored_attributes.h"
 #include "value_index.h"
@@ -30,13 +30,16 @@ struct TypedValue {
 
 class RecordIndexes {
  public:
+  // Null without memory.
+  static std::unique_ptr<RecordIndexes> make() noexcept;
+
   // The index of a type; built by a walk over all records when there is none. Null without memory.
   // The type is one of the dictionary.
   ValueIndex *index_of(std::uint32_t type) noexcept;
 
   // Enters a value, or the addresses of a value of type 10, that the record did not hold so far.
   [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
-    return !concerns(type) || enter_indexed(session, type, value);
+    return indexes_[type] == nullptr || enter_indexed(session, type, value);
   }
   void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
 
@@ -60,21 +63,16 @@ class RecordIndexes {
   std::uint32_t holders(std::uint32_t type) const noexcept { return holders_[type]; }
 
   // The smallest interface id above `after`, 0 when there is none.
-  std::uint32_t next_interface_id(std::uint32_t after) const noexcept;
+  std::uint32_t next_interface_id(std::uint32_t after) const noexcept {
+    return indexes_[AAA_ATTR_INTERFACE_ID]->next_number(after);
+  }
 
  private:
-  // Most types have no index.
-  bool concerns(std::uint32_t type) const noexcept {
-    return indexes_[type] != nullptr || type == AAA_ATTR_INTERFACE_ID;
-  }
   [[nodiscard]] bool enter_indexed(IndexedSession session, std::uint32_t type,
                                    Bytes value) noexcept;
-  [[nodiscard]] bool enter_interface_id(std::uint32_t type, Bytes value) noexcept;
-  void leave_interface_id(std::uint32_t type, Bytes value) noexcept;
 
   std::array<ValueIndex *, AAA_ATTR_TYPE_MAX + 1> indexes_{};
   std::array<std::uint32_t, AAA_ATTR_TYPE_MAX + 1> holders_{};
-  CountByNumber interface_ids_;  // sessions by interface id
 };
 
 // The indexes of the one store; null until attrdb_init() has had the memory for them.

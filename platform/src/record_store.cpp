@@ -36,7 +36,7 @@ std::uint32_t total_holding(std::uint32_t type) noexcept {
 using namespace kivo_platform;
 
 extern "C" void attrdb_init(void) noexcept {
-  if (indexes_of_store == nullptr) indexes_of_store = new (std::nothrow) RecordIndexes;
+  if (indexes_of_store == nullptr) indexes_of_store = RecordIndexes::make().release();
 }
 
 extern "C" std::uint32_t attrdb_create_and_insert_primary_record(auth_ctxt *ctxt,

@@ -2,6 +2,8 @@
 // Threads: none; the process serialises all calls.
 #include "value_index.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "absl/hash/hash.h"
@@ -45,8 +47,9 @@ ValueIndex::Key::Key(Bytes bytes) noexcept : value(bytes), hash(hash_value(bytes
 bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept {
   Entry *entry = find_entry(key, slot);
   if (entry == nullptr) {
-    if (!table_.reserve()) return false;
+    if (!table_.reserve() || (numeric_ && !LabelSet::reserve())) return false;
     table_.insert(key.hash, {slot, label});
+    if (numeric_) number_came(key.value);
     return true;
   }
   if (!LabelSet::reserve()) return false;
@@ -67,6 +70,7 @@ void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, const Key &key)
   Entry *entry = find_shared(key);
   if (entry == nullptr) {
     table_.erase(key.hash, [&](const Entry &found) { return found.ref == slot; });
+    if (numeric_) number_went(key.value);
     return;
   }
   LabelSet &labels = posting_of(entry->ref).labels;
@@ -87,6 +91,29 @@ ValueIndex::Found ValueIndex::find(const Key &key) noexcept {
 void ValueIndex::prefetch_label(const Key &key, std::uint32_t label) noexcept {
   const Entry *entry = find_shared(key);
   if (entry != nullptr) posting_of(entry->ref).labels.prefetch(label);
+}
+
+static std::uint32_t number_in(Bytes value) noexcept {
+  std::uint32_t number = 0;
+  std::memcpy(&number, value.data(), sizeof number);
+  return number;
+}
+
+void ValueIndex::number_came(Bytes value) noexcept {
+  if (value.size() == sizeof(std::uint32_t)) numbers_.insert(number_in(value));
+}
+
+void ValueIndex::number_went(Bytes value) noexcept {
+  if (value.size() == sizeof(std::uint32_t)) numbers_.erase(number_in(value));
+}
+
+std::uint32_t ValueIndex::next_number(std::uint32_t above) const noexcept {
+  if (above == UINT32_MAX) return 0;
+  for (LabelSet::Runs runs(numbers_, above + 1); !runs.run().empty(); runs.next()) {
+    const auto next = std::ranges::upper_bound(runs.run(), above);
+    if (next != runs.run().end()) return *next;
+  }
+  return 0;
 }
 
 bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {

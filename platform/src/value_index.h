@@ -19,7 +19,8 @@ namespace kivo_platform {
 
 class ValueIndex {
  public:
-  explicit ValueIndex(std::uint32_t type) noexcept : type_(type) {}
+  // With `numeric` the values of four bytes are also kept in the order of their numbers.
+  ValueIndex(std::uint32_t type, bool numeric) noexcept : type_(type), numeric_(numeric) {}
   ~ValueIndex();
   ValueIndex(const ValueIndex &) = delete;
   ValueIndex &operator=(const ValueIndex &) = delete;
@@ -61,6 +62,9 @@ class ValueIndex {
   };
   Found find(const Key &key) noexcept;
 
+  // The lowest number above one, 0 when there is none. Of a numeric index.
+  std::uint32_t next_number(std::uint32_t above) const noexcept;
+
  private:
   // A short key lies in the posting itself.
   struct Posting {
@@ -97,7 +101,12 @@ class ValueIndex {
   std::uint32_t take_posting(Bytes value) noexcept;
   void give_posting(std::uint32_t ref) noexcept;
 
+  void number_came(Bytes value) noexcept;
+  void number_went(Bytes value) noexcept;
+
   std::uint32_t type_;
+  bool numeric_;
+  LabelSet numbers_;
   RefTable<Entry, 128> table_;
   ChunkedArray<Posting, 64> postings_;
   std::uint32_t postings_used_ = 0;
