@@ -1,6 +1,9 @@
 // kivosh, the operator's shell: asks a running kivod, once or at a prompt.
+#include <langinfo.h>
+
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 #include "commands.h"
@@ -8,6 +11,13 @@
 #include "prompt.h"
 
 namespace {
+
+// Replies are UTF-8, and so is what is typed, whatever the environment says. Numbers and messages
+// stay as they are.
+void speak_utf8() {
+  std::setlocale(LC_CTYPE, "");
+  if (std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) std::setlocale(LC_CTYPE, "C.UTF-8");
+}
 
 int run(const kivosh::Options &options) {
   using kivosh::Outcome;
@@ -22,7 +32,7 @@ int run(const kivosh::Options &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  std::setlocale(LC_ALL, "");
+  speak_utf8();
   int exit_status = 0;
   const auto options = kivosh::parse_options(argc, argv, exit_status);
   if (!options) return exit_status;

@@ -115,10 +115,11 @@ unsigned char on_question_mark(EditLine *editor, int) {
   return CC_REDISPLAY;
 }
 
+// The editor moves and deletes by characters, so they are what is counted here.
 unsigned char on_control_c(EditLine *editor, int) {
-  const LineInfo *line = el_line(editor);
+  const LineInfoW *line = el_wline(editor);
   el_cursor(editor, static_cast<int>(line->lastchar - line->cursor));
-  line = el_line(editor);
+  line = el_wline(editor);
   el_deletestr(editor, static_cast<int>(line->lastchar - line->buffer));
   std::fputs("^C\n", stdout);
   std::fflush(stdout);

@@ -207,7 +207,7 @@ TEST_F(Kivosh, RunsAScriptAndKeepsItsWorstFailure) {
 
 class Terminal {
  public:
-  Terminal(const std::string &socket, const std::string &home) {
+  Terminal(const std::string &socket, const std::string &home, const char *locale = "C.UTF-8") {
     main_ = posix_openpt(O_RDWR | O_NOCTTY);
     EXPECT_EQ(0, grantpt(main_));
     EXPECT_EQ(0, unlockpt(main_));
@@ -222,6 +222,7 @@ class Terminal {
       for (int fd = 0; fd < 3; ++fd) dup2(side, fd);
       setenv("HOME", home.c_str(), 1);
       setenv("TERM", "xterm", 1);
+      setenv("LC_ALL", locale, 1);
       execl(KIVOSH_PATH, "kivosh", "--socket", socket.c_str(), nullptr);
       _exit(127);
     }
@@ -239,7 +240,8 @@ class Terminal {
 
   // Reads until a text has come, without escape sequences. All up to it, from the last call on.
   std::string expect(const std::string &text) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    // Once something did not come, nothing else is waited for.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(lost_ ? 1 : 60);
     while (came_.find(text) == came_.npos) {
       pollfd ready = {main_, POLLIN, 0};
       poll(&ready, 1, 1000);
@@ -247,6 +249,7 @@ class Terminal {
       const ssize_t n = ready.revents != 0 ? read(main_, piece, sizeof piece) : 0;
       if (n < 0 || std::chrono::steady_clock::now() > deadline) {
         ADD_FAILURE() << "'" << text << "' did not come: " << came_;
+        lost_ = true;
         return came_;
       }
       came_.append(piece, static_cast<size_t>(n));
@@ -269,6 +272,7 @@ class Terminal {
   int main_;
   pid_t child_;
   std::string came_;
+  bool lost_ = false;
 };
 
 TEST_F(Kivosh, TalksAtATerminal) {
@@ -305,6 +309,24 @@ TEST_F(Kivosh, TalksAtATerminal) {
   terminal.expect("show da session-id a?b");
   terminal.type("\x03\x04");  // and the end of input
   EXPECT_EQ(0, terminal.wait());
+}
+
+// In an environment without UTF-8 too.
+TEST_F(Kivosh, EditsCharactersOfSeveralBytes) {
+  for (const char *locale : {"C.UTF-8", "C"}) {
+    Terminal terminal(kivod_->socket(), directory_, locale);
+    terminal.expect("kivosh> ");
+    terminal.type("sh d m caf\xc3\xa9\r");
+    terminal.expect("kivosh: 'caf\xc3\xa9' is no MAC address");
+    terminal.expect("kivosh> ");
+    terminal.type("\xc3\xa9\xc3\xa9 \xe2\x82\xac\x1b[D\x03");  // dropped, also from within
+    terminal.expect("^C");
+    terminal.expect("kivosh> ");
+    terminal.type("sh d\r");
+    terminal.expect("ATTR_DB   kivod  255");
+    terminal.type("exit\r");
+    EXPECT_EQ(0, terminal.wait()) << locale;
+  }
 }
 
 }  // namespace
