@@ -23,10 +23,11 @@ struct FreeTokenizer {
 using Tokens = std::unique_ptr<Tokenizer, FreeTokenizer>;
 
 // The words of a line in front of the cursor; the last is the one that the cursor is at, empty when
-// it is between words.
+// it is between words. Within a quote without its end nothing is known of them.
 struct Begun {
   Words words;
   std::string word;
+  bool quoted = false;
 };
 
 class Splitter {
@@ -45,12 +46,14 @@ class Splitter {
     return whole;
   }
 
+  // The word at the cursor is the one that a further letter becomes part of.
   Begun split_begun(const LineInfo &line) {
     const std::string text(line.buffer, line.cursor);
     Begun begun;
-    split(text.c_str(), begun.words);
-    if (!begun.words.empty() && !text.ends_with(' ') && !text.ends_with('\t')) {
+    begun.quoted = text.ends_with('\\') || !split((text + "x").c_str(), begun.words);
+    if (!begun.quoted) {
       begun.word = std::move(begun.words.back());
+      begun.word.pop_back();
       begun.words.pop_back();
     }
     return begun;
@@ -77,25 +80,31 @@ std::string common_start(const std::vector<std::string> &words) {
   return start;
 }
 
-// Completes the word at the cursor as far as it is certain, else lists what it can become.
+unsigned char insert(EditLine *editor, const char *text) {
+  return el_insertstr(editor, text) == 0 ? CC_REFRESH : CC_ERROR;
+}
+
+// Completes the word at the cursor as far as it is certain, else lists what it can become. Within
+// quotes it is a character like others.
 unsigned char on_tab(EditLine *editor, int) {
   const Begun begun = splitter_of(editor).split_begun(*el_line(editor));
+  if (begun.quoted) return insert(editor, "\t");
   const auto found = completions(begun.words, begun.word);
   if (found.empty()) return CC_REFRESH_BEEP;
   std::string rest = common_start(found).substr(begun.word.size());
   if (found.size() == 1) rest.push_back(' ');
-  if (!rest.empty()) return el_insertstr(editor, rest.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+  if (!rest.empty()) return insert(editor, rest.c_str());
   std::putchar('\n');
   for (const std::string &word : found) std::printf("  %s\n", word.c_str());
   std::fflush(stdout);
   return CC_REDISPLAY;
 }
 
-// Lists what can follow. Within a value it is a character like others.
+// Lists what can follow. Within quotes or a value it is a character like others.
 unsigned char on_question_mark(EditLine *editor, int) {
   Begun begun = splitter_of(editor).split_begun(*el_line(editor));
-  if (!begun.word.empty() && value_is_next(begun.words)) {
-    return el_insertstr(editor, "?") == 0 ? CC_REFRESH : CC_ERROR;
+  if (begun.quoted || (!begun.word.empty() && value_is_next(begun.words))) {
+    return insert(editor, "?");
   }
   std::vector<Continuation> rows;
   const auto like =

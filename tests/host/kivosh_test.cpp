@@ -311,6 +311,28 @@ TEST_F(Kivosh, TalksAtATerminal) {
   EXPECT_EQ(0, terminal.wait());
 }
 
+TEST_F(Kivosh, TakesHelpAndCompletionKeysAsTheyAreWithinQuotes) {
+  Terminal terminal(kivod_->socket(), directory_);
+  const struct {
+    std::string keys;
+    std::string value;
+  } rows[] = {
+      {"\"a?\tb\"", "a?\\x09b"}, {"'?'", "?"},     {"\"\t\"", "\\x09"},
+      {"x\"y z\"?", "xy z?"},    {"a\\ ?", "a ?"}, {"a\\?", "a?"},
+  };
+  for (const auto &row : rows) {
+    terminal.expect("kivosh> ");
+    terminal.type("show database mac " + row.keys + "\r");
+    terminal.expect("kivosh: '" + row.value + "' is no MAC address");
+  }
+  terminal.expect("kivosh> ");
+  terminal.type("show database mac \"a b\" ?");  // behind a quoted value
+  const std::string ways = terminal.expect("kivosh> ");
+  EXPECT_NE(std::string::npos, ways.find("(Enter)")) << ways;
+  terminal.type("\x03\x04");
+  EXPECT_EQ(0, terminal.wait());
+}
+
 // In an environment without UTF-8 too.
 TEST_F(Kivosh, EditsCharactersOfSeveralBytes) {
   for (const char *locale : {"C.UTF-8", "C"}) {
