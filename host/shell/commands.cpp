@@ -81,7 +81,7 @@ Outcome Commands::run(const Command &command) {
   }
   Question question;
   if (const std::string wrong = read_question(command, question); !wrong.empty()) {
-    print_error(host_text::printable(wrong));
+    print_error(wrong);
     return Outcome::kUsage;
   }
   try {
@@ -117,6 +117,8 @@ void print_continuations(const std::vector<Continuation> &rows) {
   }
 }
 
-void print_error(const std::string &text) { std::fprintf(stderr, "kivosh: %s\n", text.c_str()); }
+void print_error(const std::string &text) {
+  std::fprintf(stderr, "kivosh: %s\n", host_text::printable(text).c_str());
+}
 
 }  // namespace kivosh

@@ -32,7 +32,8 @@ class Commands {
 // What can follow the words, for people.
 void print_continuations(const std::vector<Continuation> &rows);
 
-// A line of the shell's own on standard error.
+// A line of the shell's own on standard error. What it repeats of somebody's cannot steer the
+// terminal.
 void print_error(const std::string &text);
 
 }  // namespace kivosh

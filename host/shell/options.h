@@ -18,7 +18,8 @@ struct Options {
 };
 
 // Reads the command line. Nothing when the program is to end at once; `exit_status` then tells how:
-// 0 after --help or --version, 2 after a usage error, which is told on standard error.
+// 0 after --help or --version, 2 after a usage error, which is told on standard error in one line.
+// Options may stand anywhere in front of --; behind it everything is a word.
 std::optional<Options> parse_options(int argc, char **argv, int &exit_status);
 
 }  // namespace kivosh
