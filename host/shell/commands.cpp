@@ -64,7 +64,7 @@ bool print(const std::string &text) {
 Outcome Commands::run(const Words &words) {
   const auto parsed = parse(words);
   if (const auto *error = std::get_if<GrammarError>(&parsed)) {
-    print_error(error->text);
+    complain(error->text);
     return Outcome::kUsage;
   }
   return run(std::get<Command>(parsed));
@@ -81,13 +81,13 @@ Outcome Commands::run(const Command &command) {
   }
   Question question;
   if (const std::string wrong = read_question(command, question); !wrong.empty()) {
-    print_error(wrong);
+    complain(wrong);
     return Outcome::kUsage;
   }
   try {
     return show(question);
   } catch (const DaemonFailure &failure) {
-    print_error(failure.what());
+    complain(failure.what());
     return Outcome::kDaemonFailed;
   }
 }
@@ -102,9 +102,13 @@ Outcome Commands::show(const Question &question) {
   } else if (found) {
     show_as_table(reply, catalogue, stdout);
   } else {
-    print_error("no such session");
+    complain("no such session");
   }
   return found ? Outcome::kDone : Outcome::kNoMatch;
+}
+
+void Commands::complain(const std::string &text) const {
+  print_error(line_ == 0 ? text : "line " + std::to_string(line_) + ": " + text);
 }
 
 void print_continuations(const std::vector<Continuation> &rows) {
@@ -118,6 +122,7 @@ void print_continuations(const std::vector<Continuation> &rows) {
 }
 
 void print_error(const std::string &text) {
+  std::fflush(stdout);
   std::fprintf(stderr, "kivosh: %s\n", host_text::printable(text).c_str());
 }
 

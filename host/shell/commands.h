@@ -17,6 +17,10 @@ class Commands {
   // in one line, to standard error. Throws std::bad_alloc.
   Outcome run(const Words &words);
 
+  // What is wrong from here on is wrong with this line of a script.
+  void at_line(size_t number) noexcept { line_ = number; }
+  void complain(const std::string &text) const;
+
   // After exit or quit.
   bool ended() const noexcept { return ended_; }
 
@@ -26,14 +30,15 @@ class Commands {
 
   Daemon daemon_;
   bool json_;
+  size_t line_ = 0;  // of a script, 0 for none
   bool ended_ = false;
 };
 
 // What can follow the words, for people.
 void print_continuations(const std::vector<Continuation> &rows);
 
-// A line of the shell's own on standard error. What it repeats of somebody's cannot steer the
-// terminal.
+// A line of the shell's own on standard error, behind what was printed before. What it repeats of
+// somebody's cannot steer the terminal.
 void print_error(const std::string &text);
 
 }  // namespace kivosh

@@ -20,7 +20,8 @@ std::string list_of_commands() {
   return text.append(
       "Words may be shortened. A value that begins with - comes behind --.\n"
       "Without a command: a prompt, or the lines of standard input.\n"
-      "Exit status: 0; 1 no such session; 2 usage; 3 the daemon refused or cannot be reached.");
+      "Exit status: 0; 1 no such session; 2 usage; 3 the daemon refused or cannot be reached, or\n"
+      "standard input or output failed.");
 }
 
 // The option parser's own usage line knows nothing of words.

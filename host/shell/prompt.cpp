@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -36,21 +37,23 @@ class Splitter {
     if (tokenizer_ == nullptr) throw std::bad_alloc();
   }
 
-  // False for a quote without its end.
-  bool split(const char *line, Words &words) {
+  // False for a quote without its end, and for a backslash there. No line ends in one itself: the
+  // tokenizer would look behind it.
+  bool split(const std::string &line, Words &words) {
     int n = 0;
     const char **found = nullptr;
     tok_reset(tokenizer_.get());
-    const bool whole = tok_str(tokenizer_.get(), line, &n, &found) == 0;
-    if (whole) words.assign(found, found + n);
-    return whole;
+    const int result = tok_str(tokenizer_.get(), line.c_str(), &n, &found);
+    if (result < 0) throw std::bad_alloc();
+    if (result == 0) words.assign(found, found + n);
+    return result == 0;
   }
 
   // The word at the cursor is the one that a further letter becomes part of.
   Begun split_begun(const LineInfo &line) {
     const std::string text(line.buffer, line.cursor);
     Begun begun;
-    begun.quoted = text.ends_with('\\') || !split((text + "x").c_str(), begun.words);
+    begun.quoted = text.ends_with('\\') || !split(text + "x", begun.words);
     if (!begun.quoted) {
       begun.word = std::move(begun.words.back());
       begun.word.pop_back();
@@ -171,10 +174,13 @@ class Lines {
   Lines(const Lines &) = delete;
   Lines &operator=(const Lines &) = delete;
 
-  // The next line, null at the end of input.
+  // The next line, null at the end of input, with errno 0, and when it cannot be read.
   const char *next() {
     int length = 0;
-    return el_gets(editor_.get(), &length);
+    errno = 0;
+    const char *line = el_gets(editor_.get(), &length);
+    if (line == nullptr && length >= 0) errno = 0;
+    return line;
   }
   void remember(const char *line) {
     HistEvent event;
@@ -212,48 +218,71 @@ class Lines {
   std::string history_file_;
 };
 
-Outcome run_line(Commands &commands, Splitter &splitter, const char *line) {
+// The line as it came, with or without its end.
+Outcome run_line(Commands &commands, Splitter &splitter, std::string line) {
+  if (line.ends_with('\n')) line.pop_back();
+  if (line.ends_with('\r')) line.pop_back();
+  const size_t first = line.find_first_not_of(" \t");
+  if (first == line.npos || line[first] == '#') return Outcome::kDone;
   Words words;
-  if (!splitter.split(line, words)) {
-    print_error("a quote has no end");
-    return Outcome::kUsage;
+  if (line.find('\0') != line.npos) {
+    commands.complain("a command holds no zero byte");
+  } else if (!splitter.split(line + "\n", words)) {
+    commands.complain(line.ends_with('\\') ? "the last backslash has nothing behind it"
+                                           : "a quote has no end");
+  } else {
+    return commands.run(words);
   }
-  return words.empty() ? Outcome::kDone : commands.run(words);
+  return Outcome::kUsage;
 }
 
-void run_terminal(Commands &commands) {
+Outcome fail_to_read() {
+  print_error(std::string("cannot read standard input: ") + std::strerror(errno));
+  return Outcome::kDaemonFailed;
+}
+
+Outcome run_terminal(Commands &commands) {
   Splitter splitter;
   Lines lines(splitter);
   while (!commands.ended()) {
     const char *line = lines.next();
     if (line == nullptr) {
+      if (errno != 0) return fail_to_read();
       std::putchar('\n');
-      return;
+      break;
     }
     if (line[std::strspn(line, " \t\n")] != '\0') lines.remember(line);
     run_line(commands, splitter, line);
     std::fflush(stdout);
   }
+  return Outcome::kDone;
 }
 
+// Each answer is out before the next line is read, in its place among the errors.
 Outcome run_file(Commands &commands) {
+  struct Line {
+    char *text = nullptr;
+    size_t room = 0;
+    ~Line() { std::free(text); }
+  } line;
   Splitter splitter;
   Outcome worst = Outcome::kDone;
-  char *line = nullptr;
-  size_t room = 0;
-  while (!commands.ended() && getline(&line, &room, stdin) >= 0) {
-    worst = std::max(worst, run_line(commands, splitter, line));
+  for (size_t number = 1; !commands.ended(); ++number) {
+    const ssize_t size = getline(&line.text, &line.room, stdin);
+    if (size < 0) return std::feof(stdin) != 0 ? worst : fail_to_read();
+    commands.at_line(number);
+    const Outcome outcome =
+        run_line(commands, splitter, std::string(line.text, static_cast<size_t>(size)));
+    worst = std::max(worst, outcome);
+    std::fflush(stdout);
   }
-  std::free(line);
   return worst;
 }
 
 }  // namespace
 
 Outcome run_lines(Commands &commands) {
-  if (isatty(STDIN_FILENO) == 0) return run_file(commands);
-  run_terminal(commands);
-  return Outcome::kDone;
+  return isatty(STDIN_FILENO) == 0 ? run_file(commands) : run_terminal(commands);
 }
 
 }  // namespace kivosh

@@ -5,9 +5,9 @@
 
 namespace kivosh {
 
-// Reads standard input to its end, or to exit. At a terminal the result is always kDone; otherwise
-// it is the worst outcome of all lines, so that a script's failure is not lost. Throws
-// std::bad_alloc.
+// Reads standard input to its end, or to exit. Lines that begin with # are comments. At a terminal
+// the result tells whether the input could be read; otherwise it is the worst outcome of all lines,
+// so that a script's failure is not lost. Throws std::bad_alloc.
 Outcome run_lines(Commands &commands);
 
 }  // namespace kivosh

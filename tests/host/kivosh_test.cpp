@@ -235,16 +235,68 @@ TEST_F(Kivosh, AsksForAValueAsItWasGiven) {
   }
 }
 
+const char kShown[] = "Database  Owner  Sessions\nATTR_DB   kivod  255\n";
+
 TEST_F(Kivosh, RunsAScriptAndKeepsItsWorstFailure) {
   const Ended ended = kivosh({}, "sh da\n\nfoo\n  sh da m 00:00:00:00:00:01\n\"x\nexit\nsh da\n");
   EXPECT_EQ(2, ended.status);
-  EXPECT_EQ("Database  Owner  Sessions\nATTR_DB   kivod  255\n", ended.out);
+  EXPECT_EQ(kShown, ended.out);
   EXPECT_EQ(
-      "kivosh: 'foo' is not known here; expected: show, help, exit, quit\n"
-      "kivosh: no such session\n"
-      "kivosh: a quote has no end\n",
+      "kivosh: line 3: 'foo' is not known here; expected: show, help, exit, quit\n"
+      "kivosh: line 4: no such session\n"
+      "kivosh: line 5: a quote has no end\n",
       ended.err);
   EXPECT_EQ(0, kivosh({}, "sh da m '" + kMac + "'").status) << "no newline at the end";
+  EXPECT_EQ(1, kivosh({}, "sh da\nsh da i 192.0.2.255\nsh da\n").status);
+}
+
+TEST_F(Kivosh, TakesTheLinesOfAScriptWithEitherEndAndWithComments) {
+  const struct {
+    const char *name;
+    std::string script;
+    int status;
+    std::string out;
+    std::string err;
+  } rows[] = {
+      {"CarriageReturns", "sh da\r\n\r\nsh da\r\n", 0, std::string(kShown) + kShown, ""},
+      {"Comments", "# sh da\n  #\n#'\nsh da\n", 0, kShown, ""},
+      {"NumberSignInside", "sh da m #1\n", 2, "", "line 1: '#1' is no MAC address"},
+      {"ZeroByte", std::string("sh da\0x\n", 8), 2, "", "line 1: a command holds no zero byte"},
+      {"BackslashAtTheEnd", "sh da\\", 2, "", "line 1: the last backslash has nothing behind it"},
+      {"BackslashBeforeALineEnd", "sh\\\nda\n", 2, "",
+       "line 1: the last backslash has nothing behind it\n"
+       "kivosh: line 2: 'da' is not known here; expected: show, help, exit, quit"},
+      {"ControlCharacters", "sh\x1b[2J\n", 2, "",
+       "line 1: 'sh\\x1b[2J' is not known here; expected: show, help, exit, quit"},
+  };
+  for (const auto &row : rows) {
+    const Ended ended = kivosh({}, row.script);
+    EXPECT_EQ(row.status, ended.status) << row.name;
+    EXPECT_EQ(row.out, ended.out) << row.name;
+    EXPECT_EQ(row.err.empty() ? "" : "kivosh: " + row.err + "\n", ended.err) << row.name;
+  }
+}
+
+TEST_F(Kivosh, PrintsAnswersAndErrorsOfAScriptInTheirOrder) {
+  const std::filesystem::path script = directory_ / "script";
+  std::ofstream(script) << "foo\nsh da\nbar\nsh da\n";
+  const std::string command = std::string(KIVOSH_PATH) + " --socket " + kivod_->socket() + " < " +
+                              script.string() + " > " + (directory_ / "both").string() + " 2>&1";
+  EXPECT_NE(0, std::system(command.c_str()));
+  EXPECT_EQ("kivosh: line 1: 'foo' is not known here; expected: show, help, exit, quit\n" +
+                std::string(kShown) +
+                "kivosh: line 3: 'bar' is not known here; expected: show, help, exit, quit\n" +
+                kShown,
+            text_of(directory_ / "both"));
+}
+
+TEST_F(Kivosh, TellsThatItCannotReadAScript) {
+  const std::string command = std::string(KIVOSH_PATH) + " < " + directory_.string() + " 2> " +
+                              (directory_ / "err").string();
+  const int status = std::system(command.c_str());
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(3, WEXITSTATUS(status));
+  EXPECT_EQ("kivosh: cannot read standard input: Is a directory\n", text_of(directory_ / "err"));
 }
 
 // ---- At a terminal
