@@ -89,6 +89,10 @@ Outcome Commands::run(const Command &command) {
   } catch (const DaemonFailure &failure) {
     complain(failure.what());
     return Outcome::kDaemonFailed;
+  } catch (const GivenUp &) {
+    std::fputc('\n', stderr);  // behind the ^C that the terminal shows
+    complain("interrupted");
+    return Outcome::kDaemonFailed;
   }
 }
 

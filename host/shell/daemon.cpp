@@ -1,10 +1,12 @@
 // See daemon.h.
 #include "daemon.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 
+#include "interruption.h"
 #include "platform/error_text.h"
 #include "text/text_table.h"
 
@@ -37,11 +39,21 @@ using Mac = std::unique_ptr<message_mac, decltype(&message_mac_destroy)>;
   }
 }
 
-Message receive(channel_client &client) {
-  received_message *message = nullptr;
-  const uint32_t status = channel_client_receive(&client, &message);
-  if (status != PLATFORM_OK) fail_with(status);
-  return {message, message_destroy};
+// A connection, and how long it is listened to.
+struct Link {
+  channel_client &client;
+  const Patience &patience;
+};
+
+// What came in before the time of a slice was over is kept for the next.
+Message receive(const Link &link) {
+  for (;;) {
+    received_message *message = nullptr;
+    const uint32_t status = channel_client_receive(&link.client, &message);
+    if (status == PLATFORM_OK) return {message, message_destroy};
+    if (status != CHANNEL_ERR_TIMEOUT) fail_with(status);
+    link.patience.go_on();
+  }
 }
 
 // Reads the fields of a message; what is not there is out of protocol.
@@ -78,15 +90,15 @@ void refuse_if_refused(const Message &message) {
 }
 
 // A peer that may not ask is told so and left, perhaps before it has asked.
-void send(channel_client &client, const void *message, message_marshal_fn marshal) {
-  const uint32_t status = channel_client_send(&client, message, marshal);
-  if (status == CHANNEL_ERR_CLOSED) refuse_if_refused(receive(client));
+void send(const Link &link, const void *message, message_marshal_fn marshal) {
+  const uint32_t status = channel_client_send(&link.client, message, marshal);
+  if (status == CHANNEL_ERR_CLOSED) refuse_if_refused(receive(link));
   if (status != PLATFORM_OK) fail_with(status);
 }
 
 // ---- The question
 
-void send_question(channel_client &client, const Question &question) {
+void send_question(const Link &link, const Question &question) {
   show_kivo_database_request request{};
   Mac mac(nullptr, message_mac_destroy);
   switch (question.about) {
@@ -99,7 +111,7 @@ void send_question(channel_client &client, const Question &question) {
       break;
     case ReplyTo::kMac: {
       uint32_t err = 0;
-      mac.reset(message_mac_create(channel_client_definitions(&client), &err));
+      mac.reset(message_mac_create(channel_client_definitions(&link.client), &err));
       message_mac_set(mac.get(), question.mac.data(), &err);
       if (err != 0) fail_with(err);
       request.mac_present = 1;
@@ -113,7 +125,7 @@ void send_question(channel_client &client, const Question &question) {
     case ReplyTo::kDatabase:
       break;
   }
-  send(client, &request, show_kivo_database_request_marshal);
+  send(link, &request, show_kivo_database_request_marshal);
 }
 
 // ---- The reply
@@ -159,16 +171,16 @@ std::vector<ReplyType> read_types(Fields fields, const Reply &reply) {
 }
 
 // Takes the messages between start and commit.
-Reply read_bundle(channel_client &client) {
+Reply read_bundle(const Link &link) {
   Reply reply;
   bool begun = false;
   for (;;) {
-    const Message message = receive(client);
+    const Message message = receive(link);
     const Fields fields(message.get());
     const uint32_t kind = message_kind(message.get());
     if (kind == MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_COMMIT && begun) return reply;
     if (kind == MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_ABORT) {
-      refuse_if_refused(receive(client));
+      refuse_if_refused(receive(link));
       fail_out_of_protocol();
     }
     if (kind == MESSAGE_ZELUI_KIVO_DB_COMMON_MSG && !begun) {
@@ -195,29 +207,45 @@ bool has_what_was_asked(const Reply &reply, ReplyTo about) {
   }
 }
 
-Client connect(const std::string &socket, uint32_t timeout_ms) {
-  channel_client *made = nullptr;
-  const uint32_t status = channel_client_connect(socket.c_str(), timeout_ms, &made);
-  if (status != PLATFORM_OK) {
+Client connect(const std::string &socket, const Patience &patience) {
+  for (;;) {
+    channel_client *made = nullptr;
+    const uint32_t status = channel_client_connect(socket.c_str(), patience.slice_ms(), &made);
+    if (status == PLATFORM_OK) return {made, channel_client_close};
     try {
-      fail_with(status);
+      if (status != CHANNEL_ERR_TIMEOUT) fail_with(status);
+      patience.go_on();
     } catch (const DaemonFailure &failure) {
       throw DaemonFailure(socket + ": " + failure.what());
     }
   }
-  return {made, channel_client_close};
 }
 
 }  // namespace
 
-Reply exchange(channel_client &client, const Question &question) {
-  send_question(client, question);
-  const Message first = receive(client);
+Patience::Patience(uint32_t timeout_ms)
+    : timeout_ms_(timeout_ms),
+      end_(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms)) {}
+
+uint32_t Patience::slice_ms() const noexcept {
+  constexpr uint32_t kSliceMs = 100;
+  return timeout_ms_ == 0 ? kSliceMs : std::min(timeout_ms_, kSliceMs);
+}
+
+void Patience::go_on() const {
+  if (interrupted()) throw GivenUp();
+  if (timeout_ms_ != 0 && std::chrono::steady_clock::now() >= end_) fail_with(CHANNEL_ERR_TIMEOUT);
+}
+
+Reply exchange(channel_client &client, const Question &question, const Patience &patience) {
+  const Link link{client, patience};
+  send_question(link, question);
+  const Message first = receive(link);
   refuse_if_refused(first);
   if (message_kind(first.get()) != MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_START) {
     fail_out_of_protocol();
   }
-  Reply reply = read_bundle(client);
+  Reply reply = read_bundle(link);
   if (!has_what_was_asked(reply, question.about)) {
     throw DaemonFailure("the daemon's reply lacks what was asked for");
   }
@@ -225,13 +253,16 @@ Reply exchange(channel_client &client, const Question &question) {
 }
 
 Reply Daemon::ask(const Question &question) const {
-  return exchange(*connect(socket_, timeout_ms_), question);
+  const Patience patience(timeout_ms_);
+  return exchange(*connect(socket_, patience), question, patience);
 }
 
 Catalogue Daemon::catalogue() const {
-  const Client client = connect(socket_, timeout_ms_);
-  send(*client, nullptr, show_kivo_attributes_request_marshal);
-  const Message reply = receive(*client);
+  const Patience patience(timeout_ms_);
+  const Client client = connect(socket_, patience);
+  const Link link{*client, patience};
+  send(link, nullptr, show_kivo_attributes_request_marshal);
+  const Message reply = receive(link);
   Catalogue catalogue;
   // Another daemon around the library need not know this request.
   if (message_kind(reply.get()) == MESSAGE_NEGATIVE_ACKNOWLEDGEMENT) return catalogue;

@@ -2,6 +2,7 @@
 // started anew since the last.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,25 @@ class DaemonFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// ^C came while the daemon was waited for.
+struct GivenUp {};
+
+// How long the daemon is waited for: for the whole of one answer.
+class Patience {
+ public:
+  // 0: for ever.
+  explicit Patience(uint32_t timeout_ms);
+
+  // How long to wait in one go, so that ^C is heard soon.
+  uint32_t slice_ms() const noexcept;
+  // After a slice in which nothing came. Throws DaemonFailure when the time is over, and GivenUp.
+  void go_on() const;
+
+ private:
+  uint32_t timeout_ms_;
+  std::chrono::steady_clock::time_point end_;
+};
+
 // What to ask for.
 struct Question {
   ReplyTo about = ReplyTo::kDatabase;
@@ -30,7 +50,7 @@ class Daemon {
   Daemon(std::string socket, uint32_t timeout_ms)
       : socket_(std::move(socket)), timeout_ms_(timeout_ms) {}
 
-  // Throws DaemonFailure, std::bad_alloc.
+  // Throws DaemonFailure, GivenUp, std::bad_alloc.
   Reply ask(const Question &question) const;
   Catalogue catalogue() const;
 
@@ -41,6 +61,6 @@ class Daemon {
 
 // Sends the question over a connection and takes the whole reply: only what the daemon committed is
 // an answer. Throws likewise.
-Reply exchange(channel_client &client, const Question &question);
+Reply exchange(channel_client &client, const Question &question, const Patience &patience);
 
 }  // namespace kivosh

@@ -1,6 +1,6 @@
 // See prompt.h. libedit splits lines into words and, at a terminal, edits them: TAB completes, ?
-// lists what can follow, ^C drops the line. The history is kept in a file of the user's; whatever
-// is wrong with that is no reason not to work.
+// lists what can follow, ^C drops the line, or gives up the command that waits. The history is kept
+// in a file of the user's; whatever is wrong with that is no reason not to work.
 #include "prompt.h"
 
 #include <histedit.h>
@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "interruption.h"
 
 namespace kivosh {
 namespace {
@@ -165,12 +167,6 @@ class Lines {
     bind_keys();
     el_source(editor, nullptr);  // what the user has in .editrc
   }
-  ~Lines() {
-    HistEvent event;
-    if (!history_file_.empty()) {
-      history(history_.get(), &event, H_SAVE, history_file_.c_str());
-    }
-  }
   Lines(const Lines &) = delete;
   Lines &operator=(const Lines &) = delete;
 
@@ -182,9 +178,13 @@ class Lines {
     if (line == nullptr && length >= 0) errno = 0;
     return line;
   }
+  // In the file too: nobody knows how the shell will end.
   void remember(const char *line) {
     HistEvent event;
     history(history_.get(), &event, H_ENTER, line);
+    if (history_file_.empty()) return;
+    const SignalsHeld held;
+    history(history_.get(), &event, H_SAVE, history_file_.c_str());
   }
 
  private:
@@ -243,9 +243,11 @@ Outcome fail_to_read() {
 
 Outcome run_terminal(Commands &commands) {
   Splitter splitter;
+  const Interruption interruption;
   Lines lines(splitter);
   while (!commands.ended()) {
     const char *line = lines.next();
+    Interruption::forget();
     if (line == nullptr) {
       if (errno != 0) return fail_to_read();
       std::putchar('\n');

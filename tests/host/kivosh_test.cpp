@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <termios.h>
 
 #include <chrono>
@@ -61,6 +63,8 @@ class Kivosh : public testing::Test {
     arguments.insert(arguments.begin(), {"--socket", kivod_->socket()});
     return run(KIVOSH_PATH, std::move(arguments), input);
   }
+
+  static Arguments command(const std::string &socket) { return {KIVOSH_PATH, "--socket", socket}; }
 
   static inline ServingKivod *kivod_ = nullptr;
   const std::filesystem::path directory_ =
@@ -303,7 +307,8 @@ TEST_F(Kivosh, TellsThatItCannotReadAScript) {
 
 class Terminal {
  public:
-  Terminal(const std::string &socket, const std::string &home, const char *locale = "C.UTF-8") {
+  // Runs a command at it.
+  Terminal(const Arguments &command, const std::string &home, const char *locale = "C.UTF-8") {
     main_ = posix_openpt(O_RDWR | O_NOCTTY);
     EXPECT_EQ(0, grantpt(main_));
     EXPECT_EQ(0, unlockpt(main_));
@@ -319,7 +324,10 @@ class Terminal {
       setenv("HOME", home.c_str(), 1);
       setenv("TERM", "xterm", 1);
       setenv("LC_ALL", locale, 1);
-      execl(KIVOSH_PATH, "kivosh", "--socket", socket.c_str(), nullptr);
+      std::vector<char *> arguments;
+      for (const std::string &word : command) arguments.push_back(const_cast<char *>(word.c_str()));
+      arguments.push_back(nullptr);
+      execv(arguments[0], arguments.data());
       _exit(127);
     }
   }
@@ -357,6 +365,9 @@ class Terminal {
     return taken;
   }
 
+  // Sends a signal to whoever works at the terminal.
+  void send(int signal) const { EXPECT_EQ(0, kill(-tcgetpgrp(main_), signal)); }
+
   // The exit status.
   int wait() {
     int status = -1;
@@ -373,7 +384,7 @@ class Terminal {
 
 TEST_F(Kivosh, TalksAtATerminal) {
   {
-    Terminal terminal(kivod_->socket(), directory_);
+    Terminal terminal(command(kivod_->socket()), directory_);
     terminal.expect("kivosh> ");
     terminal.type("sh\t");
     terminal.expect("ow ");
@@ -399,7 +410,7 @@ TEST_F(Kivosh, TalksAtATerminal) {
     EXPECT_EQ(0, terminal.wait());
   }
   // The next one remembers.
-  Terminal terminal(kivod_->socket(), directory_);
+  Terminal terminal(command(kivod_->socket()), directory_);
   terminal.expect("kivosh> ");
   terminal.type("\x1b[A\x1b[A");
   terminal.expect("show da session-id a?b");
@@ -408,7 +419,7 @@ TEST_F(Kivosh, TalksAtATerminal) {
 }
 
 TEST_F(Kivosh, TakesHelpAndCompletionKeysAsTheyAreWithinQuotes) {
-  Terminal terminal(kivod_->socket(), directory_);
+  Terminal terminal(command(kivod_->socket()), directory_);
   const struct {
     std::string keys;
     std::string value;
@@ -432,7 +443,7 @@ TEST_F(Kivosh, TakesHelpAndCompletionKeysAsTheyAreWithinQuotes) {
 // In an environment without UTF-8 too.
 TEST_F(Kivosh, EditsCharactersOfSeveralBytes) {
   for (const char *locale : {"C.UTF-8", "C"}) {
-    Terminal terminal(kivod_->socket(), directory_, locale);
+    Terminal terminal(command(kivod_->socket()), directory_, locale);
     terminal.expect("kivosh> ");
     terminal.type("sh d m caf\xc3\xa9\r");
     terminal.expect("kivosh: 'caf\xc3\xa9' is no MAC address");
@@ -444,6 +455,118 @@ TEST_F(Kivosh, EditsCharactersOfSeveralBytes) {
     terminal.expect("ATTR_DB   kivod  255");
     terminal.type("exit\r");
     EXPECT_EQ(0, terminal.wait()) << locale;
+  }
+}
+
+// A daemon that takes connections and says nothing.
+class SilentDaemon {
+ public:
+  SilentDaemon(const std::string &path, int n_waiting) : path_(path) {
+    fd_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    const sockaddr_un address = address_of(path);
+    EXPECT_EQ(0, bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address));
+    EXPECT_EQ(0, listen(fd_, n_waiting));
+  }
+  ~SilentDaemon() {
+    for (const int fd : {fd_, peer_}) {
+      if (fd >= 0) close(fd);
+    }
+    for (const int fd : waiting_) close(fd);
+  }
+  SilentDaemon(const SilentDaemon &) = delete;
+  SilentDaemon &operator=(const SilentDaemon &) = delete;
+
+  // Whether somebody asks something.
+  bool hears() {
+    if (!becomes_readable(fd_)) return false;
+    peer_ = accept(fd_, nullptr, nullptr);
+    return becomes_readable(peer_);
+  }
+  // Nobody else can connect.
+  void fill() {
+    const sockaddr_un address = address_of(path_);
+    for (int result = 0; result == 0;) {
+      waiting_.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+      result =
+          connect(waiting_.back(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    }
+    EXPECT_EQ(EAGAIN, errno);
+  }
+
+ private:
+  static bool becomes_readable(int fd) {
+    pollfd ready = {fd, POLLIN, 0};
+    return poll(&ready, 1, 60000) == 1;
+  }
+  static sockaddr_un address_of(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+  }
+
+  const std::string path_;
+  int fd_ = -1;
+  int peer_ = -1;
+  std::vector<int> waiting_;
+};
+
+TEST_F(Kivosh, WaitsNoLongerThanItWasTold) {
+  const std::string path = directory_ / "silent";
+  SilentDaemon daemon(path, 0);
+  const Arguments arguments = {"--socket", path, "--timeout", "0.2", "show", "database"};
+  const Ended unanswered = run(KIVOSH_PATH, arguments);
+  EXPECT_EQ(3, unanswered.status);
+  EXPECT_EQ("kivosh: the daemon does not answer\n", unanswered.err);
+  daemon.fill();
+  const Ended unconnected = run(KIVOSH_PATH, arguments);
+  EXPECT_EQ(3, unconnected.status);
+  EXPECT_EQ("kivosh: " + path + ": the daemon does not answer\n", unconnected.err);
+}
+
+TEST_F(Kivosh, GivesUpACommandThatWaits) {
+  const std::string path = directory_ / "silent";
+  Arguments patient = command(path);
+  patient.insert(patient.end(), {"--timeout", "0"});
+  Terminal terminal(patient, directory_);
+  for (int round = 0; round < 2; ++round) {
+    SilentDaemon daemon(path, 1);
+    terminal.expect("kivosh> ");
+    terminal.type("show database\r");
+    ASSERT_TRUE(daemon.hears());
+    terminal.type("\x03");
+    terminal.expect("kivosh: interrupted");
+    std::filesystem::remove(path);
+  }
+  terminal.expect("kivosh> ");
+  terminal.type("show database\r");  // to nobody: the interruption is over
+  terminal.expect("silent: No such file or directory");
+  terminal.expect("kivosh> ");
+  terminal.type("\x04");
+  EXPECT_EQ(0, terminal.wait());
+}
+
+// The shell around it goes on: it tells how kivosh ended, and the terminal's modes.
+TEST_F(Kivosh, LeavesTerminalAndHistoryInOrderWhenASignalEndsIt) {
+  for (const int signal : {SIGTERM, SIGHUP}) {
+    const std::string script = "trap : HUP TERM; '" KIVOSH_PATH "' --socket '" + kivod_->socket() +
+                               "'; echo status $?; stty -a; exit 0";
+    Terminal terminal({"/bin/sh", "-c", script}, directory_);
+    terminal.expect("kivosh> ");
+    terminal.type("show database\r");
+    terminal.expect("ATTR_DB");
+    terminal.expect("kivosh> ");
+    terminal.type("sh");  // which the editor echoes: the modes are its own
+    terminal.expect("sh");
+    terminal.send(signal);
+    terminal.expect("status " + std::to_string(128 + signal));
+    const std::string modes = terminal.expect("echoke");
+    for (const std::string mode : {"isig", "icanon", "echo"}) {
+      EXPECT_TRUE(std::regex_search(modes, std::regex("\\s" + mode + "\\s"))) << mode << modes;
+    }
+    EXPECT_EQ(0, terminal.wait());
+    EXPECT_NE(std::string::npos, text_of(directory_ / ".kivosh_history").find("show\\040database"));
+    std::filesystem::remove(directory_ / ".kivosh_history");
   }
 }
 

@@ -115,7 +115,7 @@ Reply reply_to(const Says &says, ReplyTo about) {
       client, channel_client_close);
   Question question;
   question.about = about;
-  return exchange(*client, question);
+  return exchange(*client, question, Patience(1));
 }
 
 std::string failure_of(const Says &says, ReplyTo about) {
