@@ -170,6 +170,12 @@ std::vector<ReplyType> read_types(Fields fields, const Reply &reply) {
   return types;
 }
 
+// What was aborted is refused next, with the reason.
+[[noreturn]] void fail_after_abort(const Link &link) {
+  refuse_if_refused(receive(link));
+  fail_out_of_protocol();
+}
+
 // Takes the messages between start and commit.
 Reply read_bundle(const Link &link) {
   Reply reply;
@@ -179,10 +185,7 @@ Reply read_bundle(const Link &link) {
     const Fields fields(message.get());
     const uint32_t kind = message_kind(message.get());
     if (kind == MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_COMMIT && begun) return reply;
-    if (kind == MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_ABORT) {
-      refuse_if_refused(receive(link));
-      fail_out_of_protocol();
-    }
+    if (kind == MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_ABORT) fail_after_abort(link);
     if (kind == MESSAGE_ZELUI_KIVO_DB_COMMON_MSG && !begun) {
       read_common(fields, reply);
       begun = true;
@@ -242,9 +245,10 @@ Reply exchange(channel_client &client, const Question &question, const Patience 
   send_question(link, question);
   const Message first = receive(link);
   refuse_if_refused(first);
-  if (message_kind(first.get()) != MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_START) {
-    fail_out_of_protocol();
-  }
+  const uint32_t kind = message_kind(first.get());
+  // Also when the bundle could not even be started.
+  if (kind == MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_ABORT) fail_after_abort(link);
+  if (kind != MESSAGE_SHOW_KIVO_DATABASE_RESP_BUNDLE_START) fail_out_of_protocol();
   Reply reply = read_bundle(link);
   if (!has_what_was_asked(reply, question.about)) {
     throw DaemonFailure("the daemon's reply lacks what was asked for");
