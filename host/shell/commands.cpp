@@ -105,9 +105,8 @@ Outcome Commands::show(const Question &question) {
     print(as_json(reply, catalogue));
   } else if (found) {
     show_as_table(reply, catalogue, stdout);
-  } else {
-    complain("no such session");
   }
+  if (!found) complain("no such session");
   return found ? Outcome::kDone : Outcome::kNoMatch;
 }
 

@@ -75,7 +75,8 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
       ->type_name("SECONDS")
       ->check(check_seconds)
       ->capture_default_str();
-  app.add_flag("--json", options.json, "Print each answer as one JSON document");
+  app.add_flag("--json", options.json,
+               "Print each answer as one JSON document; \"found\": 0 in one without a match");
   app.allow_extras();
   try {
     app.parse(argc, argv);

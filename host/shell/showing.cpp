@@ -3,6 +3,8 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "text/text_table.h"
@@ -35,7 +37,28 @@ std::string text_of_ipv4(uint32_t ipv4) {
   return text;
 }
 
+// ---- What a reply can say of a value
+
+// Replies have room for so many bytes of a text. One that fills it may have been longer.
+constexpr size_t kTextRoom = 25;
+// Kinds whose values replies have no text for.
+constexpr std::string_view kKindsWithoutText[] = {"IPV6_ADDR", "VAR BIN"};
+
+bool may_be_cut(const ReplyValue &value) { return value.text.size() == kTextRoom; }
+
+// A value that is not there has a text that says so; none at all is one that was left out.
+bool is_carried(const ReplyValue &value, const Catalogue &catalogue) {
+  const AttributeName *attribute = find(catalogue, value.position);
+  return !value.text.empty() || attribute == nullptr ||
+         std::ranges::find(kKindsWithoutText, attribute->kind) == std::end(kKindsWithoutText);
+}
+
 // ---- Tables
+
+std::string cell_of(const ReplyValue &value, const Catalogue &catalogue) {
+  if (!is_carried(value, catalogue)) return "(not carried)";
+  return host_text::printable(value.text) + (may_be_cut(value) ? " (may be cut)" : "");
+}
 
 void show_database(const Reply &reply, FILE *stream) {
   host_text::TextTable table({"Database", "Owner", "Sessions"});
@@ -47,7 +70,7 @@ void show_database(const Reply &reply, FILE *stream) {
 void show_session(const SessionReply &session, const Catalogue &catalogue, FILE *stream) {
   host_text::TextTable table({"Attribute", "Value"});
   for (const ReplyValue &value : session.values) {
-    table.add({name_of(catalogue, value.position), host_text::printable(value.text)});
+    table.add({name_of(catalogue, value.position), cell_of(value, catalogue)});
   }
   table.print(stream);
 }
@@ -90,6 +113,8 @@ void add_session(Json &document, const Reply &reply, const Catalogue &catalogue)
   document["filter_info"] = Json::array();
   for (const ReplyValue &value : session.values) {
     Json entry = {{"attr_names", value.position}, {"attr_values", value.text}};
+    if (!is_carried(value, catalogue)) entry["attr_values"] = nullptr;
+    if (may_be_cut(value)) entry["may_be_cut"] = true;
     name_in(entry, catalogue, value.position);
     document["filter_info"].push_back(std::move(entry));
   }
@@ -102,6 +127,26 @@ void add_types(Json &document, const std::vector<ReplyType> &types, const Catalo
     name_in(entry, catalogue, type.position);
     document["db_info"].push_back(std::move(entry));
   }
+}
+
+// JSON asks to escape the lower control characters only. The others, which stand in texts alone,
+// reach a terminal just as well: DEL is one byte, U+0080 to U+009F are 0xc2 and one more.
+std::string with_controls_escaped(const std::string &json) {
+  std::string escaped;
+  for (size_t i = 0; i < json.size(); ++i) {
+    const auto byte = static_cast<uint8_t>(json[i]);
+    const auto next = i + 1 < json.size() ? static_cast<uint8_t>(json[i + 1]) : uint8_t{0};
+    const bool is_c1 = byte == 0xc2 && next >= 0x80 && next < 0xa0;
+    if (byte != 0x7f && !is_c1) {
+      escaped.push_back(json[i]);
+      continue;
+    }
+    char text[7];
+    std::snprintf(text, sizeof text, "\\u%04x", unsigned{is_c1 ? next : byte});
+    escaped.append(text);
+    if (is_c1) ++i;
+  }
+  return escaped;
 }
 
 }  // namespace
@@ -124,7 +169,7 @@ std::string as_json(const Reply &reply, const Catalogue &catalogue) {
                    {"owner", reply.owner}};
   if (reply.session) add_session(document, reply, catalogue);
   if (reply.types) add_types(document, *reply.types, catalogue);
-  return document.dump(2, ' ', false, Json::error_handler_t::replace);
+  return with_controls_escaped(document.dump(2, ' ', false, Json::error_handler_t::replace));
 }
 
 }  // namespace kivosh

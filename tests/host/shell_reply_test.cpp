@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "daemon.h"
 #include "showing.h"
@@ -43,9 +44,8 @@ void common(channel_connection *connection) {
   zelui_kivo_db_common_msg_destroy(message);
 }
 
-// The session of a device, with as many values, the rest padding. The second is cut within a
-// character.
-Says session(uint32_t n_values, uint32_t found = 1) {
+// The session of a device, with these values, the rest padding.
+Says session_of(const std::vector<std::string> &values, uint32_t found = 1) {
   return [=](channel_connection *connection) {
     const auto *definitions = channel_message_definitions(connection, nullptr);
     uint32_t err = 0;
@@ -58,10 +58,9 @@ Says session(uint32_t n_values, uint32_t found = 1) {
     zelui_kivo_db_filter_set_found(filter, found, &err);
     for (uint32_t i = 0; i < 21; ++i) {
       auto *entry = zelui_kivo_db_filter_data_create(definitions, &err);
-      zelui_kivo_db_filter_data_set_attr_names(entry, i < n_values ? i : 0, &err);
-      const std::string text = i >= n_values ? ""
-                               : i == 1      ? "caf\xc3"
-                                             : "value " + std::to_string(i);
+      const bool given = i < values.size();
+      zelui_kivo_db_filter_data_set_attr_names(entry, given ? i : 0, &err);
+      const std::string text = given ? values[i] : "";
       zelui_kivo_db_filter_data_set_attr_values(entry, text.data(), text.size(), &err);
       zelui_kivo_db_filter_append_filter_info(filter, entry, &err);
     }
@@ -70,6 +69,12 @@ Says session(uint32_t n_values, uint32_t found = 1) {
     EXPECT_EQ(PLATFORM_OK, channel_marshal(connection, message, zelui_kivo_db_filter_msg_marshal));
     zelui_kivo_db_filter_msg_destroy(message);
   };
+}
+
+// The second value is cut within a character.
+Says session(size_t n_values, uint32_t found = 1) {
+  const std::vector<std::string> values = {"value 0", "caf\xc3", "value 2"};
+  return session_of({values.begin(), values.begin() + static_cast<ptrdiff_t>(n_values)}, found);
 }
 
 void types(channel_connection *connection) {
@@ -231,6 +236,54 @@ TEST(ShellReply, IsShownWithNamesAndWithoutPadding) {
       "Database  Owner    Sessions\n"
       "ATTR_DB   \\x1b[2J  4000000000\n",
       table_of(database, {}));
+}
+
+// A reply has room for 25 bytes of a text and no text for some kinds.
+TEST(ShellReply, IsShownWithWhatItCouldNotCarry) {
+  const Catalogue catalogue = {{1, "user-name", "VAR STR"}, {9, "interface-name", "VAR STR"},
+                               {10, "ipv6", "IPV6_ADDR"},   {687, "ipv6-prefix", "IPV6_ADDR"},
+                               {1124, "class", "VAR BIN"},  {2, "domain", "VAR STR"}};
+  const Reply reply = reply_to(all({kStart, common,
+                                    session_of({std::string(24, 'a'), std::string(25, 'b'), "",
+                                                "--- Data not found ---", "", "", ""}),
+                                    kCommit}),
+                               ReplyTo::kMac);
+  EXPECT_EQ(
+      "Attribute       Value\n"
+      "user-name       aaaaaaaaaaaaaaaaaaaaaaaa\n"
+      "interface-name  bbbbbbbbbbbbbbbbbbbbbbbbb (may be cut)\n"
+      "ipv6            (not carried)\n"
+      "ipv6-prefix     --- Data not found ---\n"
+      "class           (not carried)\n"
+      "domain\n"
+      "position 6\n",
+      table_of(reply, catalogue));
+  const auto values = nlohmann::json::parse(as_json(reply, catalogue))["filter_info"];
+  ASSERT_EQ(7u, values.size());
+  EXPECT_EQ(std::string(24, 'a'), values[0]["attr_values"]);
+  EXPECT_FALSE(values[0].contains("may_be_cut"));
+  EXPECT_EQ(std::string(25, 'b'), values[1]["attr_values"]);
+  EXPECT_EQ(true, values[1]["may_be_cut"]);
+  EXPECT_TRUE(values[2]["attr_values"].is_null());
+  EXPECT_EQ("--- Data not found ---", values[3]["attr_values"]);
+  EXPECT_TRUE(values[4]["attr_values"].is_null());
+  EXPECT_EQ("", values[5]["attr_values"]);
+  EXPECT_EQ("", values[6]["attr_values"]);
+}
+
+TEST(ShellReply, SteersNoTerminal) {
+  const std::string text = "\x01\x1b[2J\x7f\xc2\x80\xc2\x9b\xc2\xa0\xc3\x9b\xe2\x82\xac";
+  const Reply reply = reply_to(all({kStart, common, session_of({text}), kCommit}), ReplyTo::kMac);
+  const std::string json = as_json(reply, {});
+  EXPECT_NE(std::string::npos, json.find(R"("\u0001\u001b[2J\u007f\u0080\u009b)"
+                                         "\xc2\xa0\xc3\x9b\xe2\x82\xac\""))
+      << json;
+  // Nothing but its looks has changed.
+  EXPECT_EQ(text, nlohmann::json::parse(json)["filter_info"][0]["attr_values"]);
+  EXPECT_EQ(
+      "Attribute   Value\n"
+      "position 0  \\x01\\x1b[2J\\x7f\\xc2\\x80\\xc2\\x9b\xc2\xa0\xc3\x9b\xe2\x82\xac\n",
+      table_of(reply, {}));
 }
 
 }  // namespace
