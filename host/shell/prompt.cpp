@@ -170,8 +170,10 @@ class Lines {
   Lines(const Lines &) = delete;
   Lines &operator=(const Lines &) = delete;
 
-  // The next line, null at the end of input, with errno 0, and when it cannot be read.
+  // The next line, null at the end of input, with errno 0, and when it cannot be read. Keys are
+  // keys as soon as the prompt is seen; the editor alone would show it first.
   const char *next() {
+    el_set(editor_.get(), EL_PREP_TERM, 1);
     int length = 0;
     errno = 0;
     const char *line = el_gets(editor_.get(), &length);
