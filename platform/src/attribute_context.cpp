@@ -65,7 +65,7 @@ std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old,
 std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
                           std::uint32_t *changed) noexcept {
   const StoredValue old = ctxt->attributes.find(type);
-  if (old.found && old.bytes == value) return PLATFORM_OK;
+  if (old.found && same_bytes(old.bytes, value)) return PLATFORM_OK;
   const std::uint32_t status =
       !old.found && ctxt->attributes.can_append(static_cast<std::uint32_t>(value.size()))
           ? append(ctxt, type, value)

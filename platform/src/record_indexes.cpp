@@ -94,8 +94,7 @@ std::unique_ptr<RecordIndexes> RecordIndexes::make() noexcept {
   return indexes;
 }
 
-ValueIndex *RecordIndexes::index_of(std::uint32_t type) noexcept {
-  if (indexes_[type] != nullptr) return indexes_[type];
+ValueIndex *RecordIndexes::build_index(std::uint32_t type) noexcept {
   std::unique_ptr<ValueIndex> index(new (std::nothrow)
                                         ValueIndex(type, type == AAA_ATTR_INTERFACE_ID));
   if (index == nullptr) return nullptr;

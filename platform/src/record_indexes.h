@@ -35,7 +35,9 @@ class RecordIndexes {
 
   // The index of a type; built by a walk over all records when there is none. Null without memory.
   // The type is one of the dictionary.
-  ValueIndex *index_of(std::uint32_t type) noexcept;
+  ValueIndex *index_of(std::uint32_t type) noexcept {
+    return indexes_[type] != nullptr ? indexes_[type] : build_index(type);
+  }
 
   // Enters a value, or the addresses of a value of type 10, that the record did not hold so far.
   [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
@@ -68,6 +70,7 @@ class RecordIndexes {
   }
 
  private:
+  ValueIndex *build_index(std::uint32_t type) noexcept;
   [[nodiscard]] bool enter_indexed(IndexedSession session, std::uint32_t type,
                                    Bytes value) noexcept;
 
@@ -75,7 +78,9 @@ class RecordIndexes {
   std::array<std::uint32_t, AAA_ATTR_TYPE_MAX + 1> holders_{};
 };
 
-// The indexes of the one store; null until attrdb_init() has had the memory for them.
-RecordIndexes *record_indexes() noexcept;
+// The indexes of the one store; null until attrdb_init() has had the memory for them. They live as
+// long as the process.
+extern RecordIndexes *indexes_of_store;
+inline RecordIndexes *record_indexes() noexcept { return indexes_of_store; }
 
 }  // namespace kivo_platform

@@ -24,7 +24,7 @@ std::uint32_t look_up(std::uint32_t type, const void *value, std::uint32_t size,
   if (type == 0 || type > AAA_ATTR_TYPE_MAX) return AAA_ERR_UNSUPPORTED_ATTR;
   ValueIndex *index = indexes->index_of(type);
   if (index == nullptr) return ATTRDB_ERR_NO_MEMORY;
-  found = index->find(ValueIndex::Key(as_bytes(value, size)));
+  found = index->find(as_bytes(value, size));
   return PLATFORM_OK;
 }
 
@@ -79,6 +79,14 @@ void advance(LabelSet::Runs &runs, const LabelSet &set, std::uint32_t label) noe
 std::uint32_t *keep_held(LabelSet::Run run, const std::uint32_t *&at, const std::uint32_t *end,
                          std::uint32_t *kept) noexcept {
   constexpr std::ptrdiff_t kStepsOfALookUp = 64;
+  if (run.front() < *at || run.back() > end[-1]) {
+    const auto first = std::ranges::lower_bound(run, *at);
+    run = {first, std::ranges::upper_bound(first, run.end(), end[-1])};
+    if (run.empty()) {
+      at = end;  // of the next run all labels are higher
+      return kept;
+    }
+  }
   if ((end - at) / kStepsOfALookUp > static_cast<std::ptrdiff_t>(run.size())) {
     for (const std::uint32_t held : run) {
       at = std::lower_bound(at, end, held);
@@ -157,8 +165,8 @@ extern "C" std::uint32_t attrdb_keep_labels_by_attr(std::uint32_t type, const vo
   if (found.shared != nullptr) {
     end = keep_held(*found.shared, {labels, n_labels}, kept);
   } else if (found.label != 0) {
-    end = std::find(labels, labels + n_labels, found.label) != labels + n_labels ? kept + 1 : kept;
     *kept = found.label;
+    end = std::binary_search(labels, labels + n_labels, found.label) ? kept + 1 : kept;
   }
   *n_kept = static_cast<std::uint32_t>(end - kept);
   return PLATFORM_OK;

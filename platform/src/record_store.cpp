@@ -11,10 +11,7 @@
 
 namespace kivo_platform {
 
-// Lives as long as the process.
-static constinit RecordIndexes *indexes_of_store = nullptr;
-
-RecordIndexes *record_indexes() noexcept { return indexes_of_store; }
+constinit RecordIndexes *indexes_of_store = nullptr;
 
 namespace {
 

@@ -8,8 +8,11 @@
 // Threads: none; the process serialises all calls.
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "chunked_array.h"
 #include "prefetch.h"
@@ -34,12 +37,13 @@ class RefTable {
   // The first payload under this hash that match(payload) accepts, null when there is none. It may
   // be overwritten in place; the address holds until the next insertion or removal.
   template <typename Match>
-  Payload *find(std::uint32_t hash, Match &&match) noexcept {
+  [[gnu::always_inline]] Payload *find(std::uint32_t hash, Match &&match) noexcept {
     if (bucket_count_ == 0) return nullptr;
     for (Line *line = &buckets_[bucket_of(hash)];; line = &overflow_[line->next - 1]) {
       fetch_ahead(line);
-      for (std::uint32_t i = 0; i < line->count; ++i) {
-        if (line->hash[i] == hash && match(line->payload[i])) return &line->payload[i];
+      for (std::uint32_t left = line->entries_with(hash); left != 0; left &= left - 1) {
+        Payload *payload = &line->payload[std::countr_zero(left)];
+        if (match(*payload)) return payload;
       }
       if (line->next == 0) return nullptr;
     }
@@ -58,11 +62,28 @@ class RefTable {
   // A bucket's first line, or one of the lines chained behind it.
   static constexpr std::uint32_t kLineEntries =
       (kLineBytes - 2 * sizeof(std::uint32_t)) / (sizeof(std::uint32_t) + sizeof(Payload));
+  using Four = std::uint32_t __attribute__((vector_size(16)));
   struct alignas(kChunkAlignment) Line {
     std::uint32_t count;
     std::uint32_t next;  // number of the next line in overflow_, plus 1; 0 at the end
     std::uint32_t hash[kLineEntries];
     Payload payload[kLineEntries];
+
+    // A bit for each entry with this hash. All are compared, four at a time: where a search would
+    // end cannot be foreseen, and a wrong guess costs more than the comparisons.
+    std::uint32_t entries_with(std::uint32_t wanted) const noexcept {
+      Four found{};
+      for (std::uint32_t i = 0; i < kLineEntries; i += 4) {
+        const std::uint32_t at = std::min(i, kLineEntries - 4);
+        Four four;
+        std::memcpy(&four, hash + at, sizeof four);
+        found |= (four == wanted) & (Four{1, 2, 4, 8} << at);
+      }
+      std::uint64_t halves[2];
+      std::memcpy(halves, &found, sizeof halves);
+      const std::uint64_t bits = halves[0] | halves[1];
+      return static_cast<std::uint32_t>(bits | bits >> 32) & ((1u << count) - 1);
+    }
   };
   static_assert(sizeof(Line) == kLineBytes);
 

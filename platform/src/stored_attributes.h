@@ -27,6 +27,30 @@ inline Bytes as_bytes(const void *data, std::uint32_t size) noexcept {
   return {data != nullptr ? static_cast<const char *>(data) : "", size};
 }
 
+// Whether two values are the same, without a call for the short ones that most are.
+inline bool same_bytes(Bytes a, Bytes b) noexcept {
+  const std::size_t size = a.size();
+  if (size != b.size()) return false;
+  const auto same_at = [&]<typename Word>(Word, std::size_t at) {
+    Word in_a;
+    Word in_b;
+    std::memcpy(&in_a, a.data() + at, sizeof(Word));
+    std::memcpy(&in_b, b.data() + at, sizeof(Word));
+    return in_a == in_b;
+  };
+  if (size > 32) return std::memcmp(a.data(), b.data(), size) == 0;
+  if (size >= 8) {
+    bool same = same_at(std::uint64_t{}, size - 8);
+    for (std::size_t at = 0; at + 8 < size; at += 8) same &= same_at(std::uint64_t{}, at);
+    return same;
+  }
+  if (size >= 4) return same_at(std::uint32_t{}, 0) && same_at(std::uint32_t{}, size - 4);
+  for (std::size_t at = 0; at < size; ++at) {
+    if (a[at] != b[at]) return false;
+  }
+  return true;
+}
+
 // Attributes that follow one another in one piece of memory, which it does not own. In front of it
 // lie kSlack bytes more that may be read.
 class Segment {

@@ -18,12 +18,29 @@ namespace {
 
 constexpr std::uint32_t kNoPosting = 0;  // as a reference: it lacks the mark of a posting
 
+// The bytes of a short value as a number. Values of one size differ in it.
+std::uint64_t word_of(Bytes value) noexcept {
+  const std::size_t size = value.size();
+  std::uint32_t low = 0;
+  std::uint32_t high = 0;
+  if (size >= 4) {
+    std::memcpy(&low, value.data(), 4);
+    std::memcpy(&high, value.data() + size - 4, 4);
+  } else {
+    std::memcpy(&low, value.data(), size);
+  }
+  return std::uint64_t{high} << 32 | low;
+}
+
 // Seeded for each process, so that peers cannot choose values which meet in one bucket. For that it
 // must be the hash library's own string view: the standard one may go through std::hash, which has
-// one seed everywhere.
+// one seed everywhere. Addresses and numbers, the most frequent keys, are hashed as numbers, which
+// takes half the instructions.
 std::uint32_t hash_value(Bytes value) noexcept {
   const std::uint64_t h =
-      absl::Hash<absl::string_view>()(absl::string_view(value.data(), value.size()));
+      value.size() <= 8
+          ? absl::HashOf(word_of(value), value.size())
+          : absl::Hash<absl::string_view>()(absl::string_view(value.data(), value.size()));
   return static_cast<std::uint32_t>(h ^ (h >> 32));
 }
 
@@ -31,7 +48,7 @@ bool session_holds(std::uint32_t slot, std::uint32_t type, Bytes value) noexcept
   fetch_ahead(&sessions.at(slot));
   const StoredValue stored = sessions.at(slot).attributes.find(type);
   if (!stored.found) return false;
-  if (type != AAA_ATTR_IPV6_ADDRESSES) return stored.bytes == value;
+  if (type != AAA_ATTR_IPV6_ADDRESSES) return same_bytes(stored.bytes, value);
   return holds_address(stored.bytes, value);
 }
 
@@ -81,7 +98,8 @@ void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, const Key &key)
   give_posting(posting);
 }
 
-ValueIndex::Found ValueIndex::find(const Key &key) noexcept {
+ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
+  const Key key(value);
   const Entry *entry = find_entry(key, kNoSlot);
   if (entry == nullptr) return {};
   if ((entry->ref & kShared) != 0) return {0, &posting_of(entry->ref).labels};
@@ -118,12 +136,13 @@ std::uint32_t ValueIndex::next_number(std::uint32_t above) const noexcept {
 
 bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
   if ((ref & kShared) == 0) return false;
-  return posting_of(ref).key() == value;
+  return same_bytes(posting_of(ref).key(), value);
 }
 
 // An entry of except_slot does not count: of a session that is being entered, another address of
 // the same hash may have led there, and its stored bytes would match this one too.
-ValueIndex::Entry *ValueIndex::find_entry(const Key &key, std::uint32_t except_slot) noexcept {
+inline ValueIndex::Entry *ValueIndex::find_entry(const Key &key,
+                                                 std::uint32_t except_slot) noexcept {
   return table_.find(key.hash, [&](const Entry &entry) {
     if ((entry.ref & kShared) != 0) return posting_is_for(entry.ref, key.value);
     return entry.ref != except_slot && session_holds(entry.ref, type_, key.value);

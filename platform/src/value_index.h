@@ -60,7 +60,7 @@ class ValueIndex {
       return shared != nullptr ? shared->lowest() : label;
     }
   };
-  Found find(const Key &key) noexcept;
+  Found find(Bytes value) noexcept;
 
   // The lowest number above one, 0 when there is none. Of a numeric index.
   std::uint32_t next_number(std::uint32_t above) const noexcept;

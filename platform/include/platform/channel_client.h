@@ -39,7 +39,9 @@ PLATFORM_API uint32_t channel_client_send(channel_client *client, const void *me
  * received  given back with message_destroy(); null on failure.
  * Returns 0; CHANNEL_ERR_CLOSED when the daemon ended the connection and nothing is left (also in
  * the middle of a frame); CHANNEL_ERR_FRAME for what is no message of the set; CHANNEL_ERR_TIMEOUT,
- * inside the process as soon as nothing is left; CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM. */
+ * inside the process as soon as nothing is left; CHANNEL_ERR_NO_MEMORY; CHANNEL_ERR_SYSTEM.
+ * After CHANNEL_ERR_TIMEOUT nothing is lost: the part of a message that came in is kept, and the
+ * next call waits for the rest. */
 PLATFORM_API uint32_t channel_client_receive(channel_client *client,
                                              received_message **received) PLATFORM_NOEXCEPT;
 
