@@ -158,7 +158,8 @@ std::uint32_t marshal_nack(const char *text, message_buffer &out) noexcept {
     const std::size_t length = text != nullptr ? std::strlen(text) : 0;
     if (length > MESSAGE_FRAME_MAX) return MESSAGE_ERR_NO_ROOM;
     wire::frame frame;
-    frame.mutable_negative_acknowledgement()->set_text(text != nullptr ? text : "", length);
+    carry(frame, &wire::frame::set_allocated_negative_acknowledgement)
+        .set_text(text != nullptr ? text : "", length);
     return append_frame(frame, out);
   });
 }

@@ -35,12 +35,12 @@ Handle *create(const message_definitions *definitions, std::uint32_t *err) noexc
 
 // A frame that carries a message of this kind.
 template <typename Handle, typename Carried>
-Handle *create_frame(const message_definitions *definitions, Carried *(wire::frame::*carried)(),
+Handle *create_frame(const message_definitions *definitions, void (wire::frame::*set)(Carried *),
                      std::uint32_t *err) noexcept {
   auto *made = create<Handle>(definitions, err);
   if (made == nullptr) return nullptr;
   const std::uint32_t status = guarded([&] {
-    (behind(made)->*carried)();
+    carry(*behind(made), set);
     return PLATFORM_OK;
   });
   if (status == PLATFORM_OK) return made;
@@ -153,7 +153,7 @@ uint32_t show_kivo_database_request_marshal(const void *message, message_buffer 
   return marshal_new(out, [&](wire::frame &frame) {
     const auto *from = static_cast<const show_kivo_database_request *>(message);
     if (from == nullptr) return MESSAGE_ERR_INVALID_ARG;
-    auto *to = frame.mutable_show_kivo_database_request();
+    auto *to = &carry(frame, &wire::frame::set_allocated_show_kivo_database_request);
     to->set_attr_info(from->attr_info);
     to->set_attr_info_blank(from->attr_info_blank);
     to->set_sess_id_present(from->sess_id_present);
@@ -168,7 +168,7 @@ uint32_t show_kivo_database_request_marshal(const void *message, message_buffer 
 
 uint32_t show_kivo_attributes_request_marshal(const void *, message_buffer *out) noexcept {
   return marshal_new(out, [](wire::frame &frame) {
-    frame.mutable_show_kivo_attributes_request();
+    carry(frame, &wire::frame::set_allocated_show_kivo_attributes_request);
     return PLATFORM_OK;
   });
 }
@@ -178,7 +178,7 @@ uint32_t show_kivo_attributes_request_marshal(const void *, message_buffer *out)
 zelui_kivo_db_common_msg *zelui_kivo_db_common_msg_create(const message_definitions *definitions,
                                                           uint32_t *err) noexcept {
   return create_frame<zelui_kivo_db_common_msg>(
-      definitions, &wire::frame::mutable_zelui_kivo_db_common_msg, err);
+      definitions, &wire::frame::set_allocated_zelui_kivo_db_common_msg, err);
 }
 void zelui_kivo_db_common_msg_destroy(zelui_kivo_db_common_msg *message) noexcept {
   destroy(message);
@@ -222,7 +222,7 @@ uint32_t zelui_kivo_db_common_msg_marshal(const void *message, message_buffer *o
 zelui_kivo_db_filter_msg *zelui_kivo_db_filter_msg_create(const message_definitions *definitions,
                                                           uint32_t *err) noexcept {
   return create_frame<zelui_kivo_db_filter_msg>(
-      definitions, &wire::frame::mutable_zelui_kivo_db_filter_msg, err);
+      definitions, &wire::frame::set_allocated_zelui_kivo_db_filter_msg, err);
 }
 void zelui_kivo_db_filter_msg_destroy(zelui_kivo_db_filter_msg *message) noexcept {
   destroy(message);
@@ -287,7 +287,8 @@ void zelui_kivo_db_filter_data_set_attr_values(zelui_kivo_db_filter_data *entry,
 
 zelui_kivo_db_msg *zelui_kivo_db_msg_create(const message_definitions *definitions,
                                             uint32_t *err) noexcept {
-  return create_frame<zelui_kivo_db_msg>(definitions, &wire::frame::mutable_zelui_kivo_db_msg, err);
+  return create_frame<zelui_kivo_db_msg>(definitions, &wire::frame::set_allocated_zelui_kivo_db_msg,
+                                         err);
 }
 void zelui_kivo_db_msg_destroy(zelui_kivo_db_msg *message) noexcept { destroy(message); }
 zelui_kivo_db *zelui_kivo_db_msg_carried(zelui_kivo_db_msg *message, uint32_t *err) noexcept {
@@ -326,8 +327,8 @@ void zelui_kivo_db_data_set_attr_types(zelui_kivo_db_data *entry, uint32_t attr_
 
 kivo_attributes_msg *kivo_attributes_msg_create(const message_definitions *definitions,
                                                 uint32_t *err) noexcept {
-  return create_frame<kivo_attributes_msg>(definitions, &wire::frame::mutable_kivo_attributes_msg,
-                                           err);
+  return create_frame<kivo_attributes_msg>(definitions,
+                                           &wire::frame::set_allocated_kivo_attributes_msg, err);
 }
 void kivo_attributes_msg_destroy(kivo_attributes_msg *message) noexcept { destroy(message); }
 void kivo_attributes_msg_append(kivo_attributes_msg *message, uint32_t attr_type, const char *name,
@@ -352,19 +353,19 @@ uint32_t kivo_attributes_msg_marshal(const void *message, message_buffer *out) n
 
 uint32_t show_kivo_database_resp_bundle_start_marshal(const void *, message_buffer *out) noexcept {
   return marshal_new(out, [](wire::frame &frame) {
-    frame.mutable_show_kivo_database_resp_bundle_start();
+    carry(frame, &wire::frame::set_allocated_show_kivo_database_resp_bundle_start);
     return PLATFORM_OK;
   });
 }
 uint32_t show_kivo_database_resp_bundle_commit_marshal(const void *, message_buffer *out) noexcept {
   return marshal_new(out, [](wire::frame &frame) {
-    frame.mutable_show_kivo_database_resp_bundle_commit();
+    carry(frame, &wire::frame::set_allocated_show_kivo_database_resp_bundle_commit);
     return PLATFORM_OK;
   });
 }
 uint32_t show_kivo_database_resp_bundle_abort_marshal(const void *, message_buffer *out) noexcept {
   return marshal_new(out, [](wire::frame &frame) {
-    frame.mutable_show_kivo_database_resp_bundle_abort();
+    carry(frame, &wire::frame::set_allocated_show_kivo_database_resp_bundle_abort);
     return PLATFORM_OK;
   });
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "messages.pb.h"
@@ -53,6 +54,17 @@ std::uint32_t guarded(Fn &&fn) noexcept {
   } catch (...) {
     return MESSAGE_ERR_NO_MEMORY;
   }
+}
+
+// Makes the message that a frame carries: carry(frame, &wire::frame::set_allocated_NAME). The
+// generated mutable_NAME() notes that the frame has it before there is memory for it, and a frame
+// left so must not even be destroyed; here it is made first.
+template <typename Carried>
+Carried &carry(wire::frame &frame, void (wire::frame::*set)(Carried *)) {
+  auto made = std::make_unique<Carried>();
+  Carried &carried = *made;
+  (frame.*set)(made.release());
+  return carried;
 }
 
 // Appends a frame to a connection's bytes.
