@@ -32,6 +32,7 @@
 #include "../platform/src/pages.cpp"
 #include "../platform/src/ref_table.h"
 #include "../platform/src/slabs.cpp"
+#include "../platform/src/value_digest.cpp"
 
 namespace {
 
@@ -115,38 +116,39 @@ class KeyedMap {
   Map map_;
 };
 
-class InRecord {
+class ByDigest {
  public:
-  explicit InRecord(const Ids &values) : values_(values) {}
-  ~InRecord() { table_.release(); }
-  InRecord(const InRecord &) = delete;
-  InRecord &operator=(const InRecord &) = delete;
+  explicit ByDigest(const Ids &) {
+    if (!kivo_platform::draw_digest_key()) std::abort();
+  }
+  ~ByDigest() { table_.release(); }
+  ByDigest(const ByDigest &) = delete;
+  ByDigest &operator=(const ByDigest &) = delete;
 
   // A value that is there already would be shared: the store looks before it adds.
   void add(std::string_view id, uint32_t session) {
-    if (look_up(id) != nullptr || !table_.reserve()) std::abort();
-    table_.insert(hash(id), {session, ~session});
+    const ValueDigest digest = kivo_platform::digest_of(id);
+    if (look_up(digest) || !table_.reserve()) std::abort();
+    table_.insert(digest.hash, {session, digest.tag});
   }
-  uint32_t find(std::string_view id) { return ~look_up(id)->label; }
-  void remove(std::string_view id, uint32_t session) {
-    table_.erase(hash(id), [&](const Entry &entry) { return entry.session == session; });
+  uint32_t find(std::string_view id) { return look_up(kivo_platform::digest_of(id))->session; }
+  void remove(std::string_view id, uint32_t) {
+    const ValueDigest digest = kivo_platform::digest_of(id);
+    table_.erase(digest.hash, look_up(digest));
   }
 
  private:
-  static uint32_t hash(std::string_view id) {
-    const uint64_t h = absl::Hash<absl::string_view>()(absl::string_view(id.data(), id.size()));
-    return static_cast<uint32_t>(h ^ (h >> 32));
-  }
+  using ValueDigest = kivo_platform::ValueDigest;
   struct Entry {
     uint32_t session;
-    uint32_t label;
+    std::array<uint32_t, 3> tag;
   };
-  const Entry *look_up(std::string_view id) {
-    return table_.find(hash(id), [&](const Entry &entry) { return values_[entry.session] == id; });
+  using Table = kivo_platform::RefTable<Entry, 256>;
+  Table::Place look_up(const ValueDigest &digest) {
+    return table_.find(digest.hash, [&](const Entry &entry) { return entry.tag == digest.tag; });
   }
 
-  const Ids &values_;
-  kivo_platform::RefTable<Entry, 128> table_;
+  Table table_;
 };
 
 double seconds_of_process() {
@@ -226,7 +228,7 @@ using FlatMap = KeyedMap<absl::flat_hash_map<std::string, uint32_t, IdHash, std:
   BENCHMARK_TEMPLATE(add_ids, Table)->Arg(100'000)->Arg(1'000'000)->Iterations(1); \
   BENCHMARK_TEMPLATE(find_ids, Table)->Arg(100'000)->Arg(1'000'000)->MinTime(0.3); \
   BENCHMARK_TEMPLATE(move_ids, Table)->Arg(100'000)->Arg(1'000'000)->MinTime(0.3)
-TABLE_BENCHMARKS(InRecord);
+TABLE_BENCHMARKS(ByDigest);
 TABLE_BENCHMARKS(FlatMap);
 TABLE_BENCHMARKS(StdMap);
 

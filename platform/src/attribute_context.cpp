@@ -31,15 +31,11 @@ bool in_dictionary(std::uint32_t type) noexcept { return type >= 1 && type <= AA
 
 bool is_record(const auth_ctxt *ctxt) noexcept { return ctxt->record.label != 0; }
 
-IndexedSession session_of(const auth_ctxt *ctxt) noexcept {
-  return {ctxt->slot, ctxt->record.label};
-}
-
 // Adds a value for which there is room.
 std::uint32_t append(auth_ctxt *ctxt, std::uint32_t type, Bytes value) noexcept {
   if (is_record(ctxt)) {
     RecordIndexes &indexes = *record_indexes();
-    if (!indexes.enter(session_of(ctxt), type, value)) return AAA_ERR_NO_MEMORY;
+    if (!indexes.enter(ctxt->record.label, type, value)) return AAA_ERR_NO_MEMORY;
     indexes.gained(type);
   }
   ctxt->attributes.append(type, value);
@@ -53,10 +49,10 @@ std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old,
   if (!pending.prepare()) return AAA_ERR_NO_MEMORY;
   if (is_record(ctxt)) {
     RecordIndexes &indexes = *record_indexes();
-    if (old.found && keep == 0) indexes.prefetch_change(session_of(ctxt), type, old.bytes, tail);
-    if (!indexes.enter(session_of(ctxt), type, tail)) return AAA_ERR_NO_MEMORY;
+    if (old.found && keep == 0) indexes.prefetch_change(ctxt->record.label, type, old.bytes, tail);
+    if (!indexes.enter(ctxt->record.label, type, tail)) return AAA_ERR_NO_MEMORY;
     if (!old.found) indexes.gained(type);
-    if (old.found && keep == 0) indexes.leave(session_of(ctxt), type, old.bytes);
+    if (old.found && keep == 0) indexes.leave(ctxt->record.label, type, old.bytes);
   }
   pending.commit();
   return PLATFORM_OK;
@@ -102,7 +98,7 @@ std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value, std::uint32_t *chang
 
 void remove_whole(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &stored) noexcept {
   if (is_record(ctxt)) {
-    record_indexes()->leave(session_of(ctxt), type, stored.bytes);
+    record_indexes()->leave(ctxt->record.label, type, stored.bytes);
     record_indexes()->lost(type);
   }
   ctxt->attributes.erase(stored);
@@ -117,7 +113,7 @@ std::uint32_t remove_address(auth_ctxt *ctxt, const StoredValue &stored, Bytes a
   }
   // The stored copy, since the caller's bytes may be the ones that the cut moves.
   if (is_record(ctxt)) {
-    record_indexes()->leave(session_of(ctxt), AAA_ATTR_IPV6_ADDRESSES,
+    record_indexes()->leave(ctxt->record.label, AAA_ATTR_IPV6_ADDRESSES,
                             stored.bytes.substr(at, kAddressBytes));
   }
   ctxt->attributes.cut(stored, static_cast<std::uint32_t>(at), kAddressBytes);

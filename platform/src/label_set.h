@@ -63,7 +63,7 @@ class LabelSet {
   };
 
  private:
-  static constexpr std::uint32_t kFewLabels = 10;
+  static constexpr std::uint32_t kFewLabels = 13;
 
   bool few() const noexcept { return height_ == 0; }
   void grow_tree() noexcept;
@@ -76,6 +76,6 @@ class LabelSet {
     std::uint32_t root_;
   };
 };
-static_assert(sizeof(LabelSet) == 48);
+static_assert(sizeof(LabelSet) == 60);
 
 }  // namespace kivo_platform

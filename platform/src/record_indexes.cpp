@@ -23,20 +23,18 @@ Bytes for_each_indexed(std::uint32_t type, Bytes value, Fn &&fn) noexcept {
   return value;
 }
 
-void remove_from(ValueIndex &index, IndexedSession session, std::uint32_t type,
-                 Bytes value) noexcept {
+void remove_from(ValueIndex &index, std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
   for_each_indexed(type, value, [&](Bytes one) {
-    index.remove(session.slot, session.label, ValueIndex::Key(one));
+    index.remove(label, ValueIndex::Key(one));
     return true;
   });
 }
 
-bool add_to(ValueIndex &index, IndexedSession session, std::uint32_t type, Bytes value) noexcept {
+bool add_to(ValueIndex &index, std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
   bool added = true;
-  const Bytes done = for_each_indexed(type, value, [&](Bytes one) {
-    return added = index.add(session.slot, session.label, ValueIndex::Key(one));
-  });
-  if (!added && !done.empty()) remove_from(index, session, type, done);
+  const Bytes done = for_each_indexed(
+      type, value, [&](Bytes one) { return added = index.add(label, ValueIndex::Key(one)); });
+  if (!added && !done.empty()) remove_from(index, label, type, done);
   return added;
 }
 
@@ -44,7 +42,7 @@ bool add_to(ValueIndex &index, IndexedSession session, std::uint32_t type, Bytes
 // in the caches, so all of the first places are fetched, then all of the next.
 class Removals {
  public:
-  explicit Removals(IndexedSession session) noexcept : session_(session) {}
+  explicit Removals(std::uint32_t label) noexcept : label_(label) {}
   ~Removals() { make(); }
   Removals(const Removals &) = delete;
   Removals &operator=(const Removals &) = delete;
@@ -64,14 +62,14 @@ class Removals {
 
   void make() noexcept {
     const std::span<Removal> removals(removals_.data(), count_);
-    for (Removal &removal : removals) removal.index->prefetch_label(removal.key, session_.label);
+    for (Removal &removal : removals) removal.index->prefetch_label(removal.key, label_);
     for (Removal &removal : removals) {
-      removal.index->remove(session_.slot, session_.label, removal.key);
+      removal.index->remove(label_, removal.key);
     }
     count_ = 0;
   }
 
-  IndexedSession session_;
+  std::uint32_t label_;
   std::size_t count_ = 0;
   std::array<Removal, 16> removals_;
 };
@@ -81,7 +79,7 @@ bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
     const std::uint32_t label = sessions.label_at(slot);
     if (label == 0) continue;
     const StoredValue stored = sessions.at(slot).attributes.find(type);
-    if (stored.found && !add_to(index, {slot, label}, type, stored.bytes)) return false;
+    if (stored.found && !add_to(index, label, type, stored.bytes)) return false;
   }
   return true;
 }
@@ -89,32 +87,31 @@ bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
 }  // namespace
 
 std::unique_ptr<RecordIndexes> RecordIndexes::make() noexcept {
+  if (!draw_digest_key()) return nullptr;
   std::unique_ptr<RecordIndexes> indexes(new (std::nothrow) RecordIndexes);
   if (indexes != nullptr && indexes->index_of(AAA_ATTR_INTERFACE_ID) == nullptr) return nullptr;
   return indexes;
 }
 
 ValueIndex *RecordIndexes::build_index(std::uint32_t type) noexcept {
-  std::unique_ptr<ValueIndex> index(new (std::nothrow)
-                                        ValueIndex(type, type == AAA_ATTR_INTERFACE_ID));
+  std::unique_ptr<ValueIndex> index(new (std::nothrow) ValueIndex(type == AAA_ATTR_INTERFACE_ID));
   if (index == nullptr) return nullptr;
   if (holders_[type] != 0 && !fill_from_records(*index, type)) return nullptr;
   return indexes_[type] = index.release();
 }
 
-bool RecordIndexes::enter_indexed(IndexedSession session, std::uint32_t type,
-                                  Bytes value) noexcept {
-  return add_to(*indexes_[type], session, type, value);
+bool RecordIndexes::enter_indexed(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
+  return add_to(*indexes_[type], label, type, value);
 }
 
-void RecordIndexes::leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
-  if (indexes_[type] != nullptr) remove_from(*indexes_[type], session, type, value);
+void RecordIndexes::leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
+  if (indexes_[type] != nullptr) remove_from(*indexes_[type], label, type, value);
 }
 
-bool RecordIndexes::enter_all(IndexedSession session, const StoredAttributes &attributes) noexcept {
+bool RecordIndexes::enter_all(std::uint32_t label, const StoredAttributes &attributes) noexcept {
   std::uint32_t entered = 0;
   const bool complete = attributes.for_each([&](std::uint32_t type, Bytes value) {
-    if (!enter(session, type, value)) return false;
+    if (!enter(label, type, value)) return false;
     gained(type);
     ++entered;
     return true;
@@ -122,15 +119,15 @@ bool RecordIndexes::enter_all(IndexedSession session, const StoredAttributes &at
   if (complete) return true;
   attributes.for_each([&](std::uint32_t type, Bytes value) {
     if (entered-- == 0) return false;
-    leave(session, type, value);
+    leave(label, type, value);
     lost(type);
     return true;
   });
   return false;
 }
 
-void RecordIndexes::leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept {
-  Removals removals(session);
+void RecordIndexes::leave_all(std::uint32_t label, const StoredAttributes &attributes) noexcept {
+  Removals removals(label);
   attributes.for_each([&](std::uint32_t type, Bytes value) {
     lost(type);
     ValueIndex *index = indexes_[type];
@@ -155,14 +152,14 @@ void RecordIndexes::prefetch(std::span<const TypedValue> values, std::uint32_t l
   }
 }
 
-void RecordIndexes::prefetch_change(IndexedSession session, std::uint32_t type, Bytes from,
+void RecordIndexes::prefetch_change(std::uint32_t label, std::uint32_t type, Bytes from,
                                     Bytes to) noexcept {
   ValueIndex *index = indexes_[type];
   if (index == nullptr) return;
   const ValueIndex::Key left(from);
   index->prefetch(left);
   index->prefetch(ValueIndex::Key(to));
-  index->prefetch_label(left, session.label);
+  index->prefetch_label(left, label);
 }
 
 }  // namespace kivo_platform

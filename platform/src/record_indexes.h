@@ -17,12 +17,6 @@
 
 namespace kivo_platform {
 
-// A record as the indexes know it.
-struct IndexedSession {
-  std::uint32_t slot;
-  std::uint32_t label;
-};
-
 struct TypedValue {
   std::uint32_t type;
   Bytes value;
@@ -30,7 +24,7 @@ struct TypedValue {
 
 class RecordIndexes {
  public:
-  // Null without memory.
+  // Null without memory, or without random numbers for the digests of values.
   static std::unique_ptr<RecordIndexes> make() noexcept;
 
   // The index of a type; built by a walk over all records when there is none. Null without memory.
@@ -40,10 +34,10 @@ class RecordIndexes {
   }
 
   // Enters a value, or the addresses of a value of type 10, that the record did not hold so far.
-  [[nodiscard]] bool enter(IndexedSession session, std::uint32_t type, Bytes value) noexcept {
-    return indexes_[type] == nullptr || enter_indexed(session, type, value);
+  [[nodiscard]] bool enter(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
+    return indexes_[type] == nullptr || enter_indexed(label, type, value);
   }
-  void leave(IndexedSession session, std::uint32_t type, Bytes value) noexcept;
+  void leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
   // These values, at most kPrefetched, of indexed types are probably about to be entered, perhaps
   // for this label.
@@ -53,11 +47,11 @@ class RecordIndexes {
   }
   void prefetch(std::span<const TypedValue> values, std::uint32_t label) noexcept;
   // A record is about to enter one value and leave the other.
-  void prefetch_change(IndexedSession session, std::uint32_t type, Bytes from, Bytes to) noexcept;
+  void prefetch_change(std::uint32_t label, std::uint32_t type, Bytes from, Bytes to) noexcept;
 
   // All attributes of a record at once.
-  [[nodiscard]] bool enter_all(IndexedSession session, const StoredAttributes &attributes) noexcept;
-  void leave_all(IndexedSession session, const StoredAttributes &attributes) noexcept;
+  [[nodiscard]] bool enter_all(std::uint32_t label, const StoredAttributes &attributes) noexcept;
+  void leave_all(std::uint32_t label, const StoredAttributes &attributes) noexcept;
 
   // A record has its first value of the type, or has no longer any.
   void gained(std::uint32_t type) noexcept { ++holders_[type]; }
@@ -71,8 +65,7 @@ class RecordIndexes {
 
  private:
   ValueIndex *build_index(std::uint32_t type) noexcept;
-  [[nodiscard]] bool enter_indexed(IndexedSession session, std::uint32_t type,
-                                   Bytes value) noexcept;
+  [[nodiscard]] bool enter_indexed(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
   std::array<ValueIndex *, AAA_ATTR_TYPE_MAX + 1> indexes_{};
   std::array<std::uint32_t, AAA_ATTR_TYPE_MAX + 1> holders_{};

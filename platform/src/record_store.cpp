@@ -18,7 +18,7 @@ namespace {
 // Enters a context into directory and indexes; on failure nothing has changed.
 bool insert(auth_ctxt *ctxt, std::uint32_t label) noexcept {
   if (!sessions.reserve_label()) return false;
-  if (!record_indexes()->enter_all({ctxt->slot, label}, ctxt->attributes)) return false;
+  if (!record_indexes()->enter_all(label, ctxt->attributes)) return false;
   sessions.bind(ctxt, label);
   return true;
 }
@@ -62,7 +62,7 @@ extern "C" std::uint32_t attrdb_delete_record(std::uint32_t label) noexcept {
   if (record_indexes() == nullptr) return ATTRDB_ERR_NOT_READY;
   auth_ctxt *ctxt = sessions.find(label);
   if (ctxt == nullptr) return ATTRDB_ERR_NOT_FOUND;
-  record_indexes()->leave_all({ctxt->slot, label}, ctxt->attributes);
+  record_indexes()->leave_all(label, ctxt->attributes);
   sessions.unbind(ctxt);
   destroy_context(ctxt);
   return PLATFORM_OK;

@@ -1,6 +1,6 @@
 // Hash table of small payloads under 32-bit hashes: the table below the label directory and the
-// value indexes. It holds no keys; the caller's match function compares them where they are stored.
-// Linear hashing over buckets of one or two cache lines: the table grows by one bucket at a time,
+// value indexes. It holds no keys but what the payload has of them for the caller's match function.
+// Linear hashing over buckets of one to four cache lines: the table grows by one bucket at a time,
 // so no insertion ever rebuilds it, and a bucket that cannot be had only makes others fuller for a
 // while.
 // Invariants: (1) of a bucket's lines all but the last are full; (2) equal entries may repeat; (3)
@@ -13,14 +13,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "chunked_array.h"
 #include "prefetch.h"
 
 namespace kivo_platform {
 
-// kLineBytes is 64 or 128. The longer line holds larger payloads at less cost: of more entries a
-// smaller share does not fit.
+// kLineBytes is 64, 128 or 256. The longer line holds larger payloads at less cost: of more entries
+// a smaller share does not fit.
 template <typename Payload, std::size_t kLineBytes>
 class RefTable {
  public:
@@ -30,24 +31,41 @@ class RefTable {
   [[nodiscard]] bool reserve() noexcept;
   void insert(std::uint32_t hash, Payload payload) noexcept;
 
-  // Removes the first entry under this hash that match(payload) accepts; false when there is none.
-  template <typename Match>
-  bool erase(std::uint32_t hash, Match &&match) noexcept;
+  // Where an entry lies: until the next insertion or removal. The payload may be overwritten, and
+  // the entry has a mark for its user's purposes, not set at first.
+  class Place {
+   public:
+    Place() noexcept = default;
+    explicit operator bool() const noexcept { return payload_ != nullptr; }
+    Payload &operator*() const noexcept { return *payload_; }
+    Payload *operator->() const noexcept { return payload_; }
+    bool marked() const noexcept { return (*hash_ & kMark) != 0; }
+    void mark(bool set) const noexcept { *hash_ = (*hash_ & ~kMark) | (set ? kMark : 0); }
 
-  // The first payload under this hash that match(payload) accepts, null when there is none. It may
-  // be overwritten in place; the address holds until the next insertion or removal.
+   private:
+    friend RefTable;
+    Place(std::uint32_t *hash, Payload *payload) noexcept : hash_(hash), payload_(payload) {}
+
+    std::uint32_t *hash_ = nullptr;
+    Payload *payload_ = nullptr;
+  };
+
+  // The first entry under this hash whose payload match() accepts; false when there is none.
   template <typename Match>
-  [[gnu::always_inline]] Payload *find(std::uint32_t hash, Match &&match) noexcept {
-    if (bucket_count_ == 0) return nullptr;
+  [[gnu::always_inline]] Place find(std::uint32_t hash, Match &&match) noexcept {
+    if (bucket_count_ == 0) return {};
     for (Line *line = &buckets_[bucket_of(hash)];; line = &overflow_[line->next - 1]) {
       fetch_ahead(line);
       for (std::uint32_t left = line->entries_with(hash); left != 0; left &= left - 1) {
-        Payload *payload = &line->payload[std::countr_zero(left)];
-        if (match(*payload)) return payload;
+        const int at = std::countr_zero(left);
+        if (match(std::as_const(line->payload[at]))) return {&line->hash[at], &line->payload[at]};
       }
-      if (line->next == 0) return nullptr;
+      if (line->next == 0) return {};
     }
   }
+
+  // Removes an entry that find() led to with this hash.
+  void erase(std::uint32_t hash, Place place) noexcept;
 
   // Has the memory fetched that find(), insert() or erase() will read first.
   void prefetch(std::uint32_t hash) const noexcept {
@@ -69,15 +87,15 @@ class RefTable {
     std::uint32_t hash[kLineEntries];
     Payload payload[kLineEntries];
 
-    // A bit for each entry with this hash. All are compared, four at a time: where a search would
-    // end cannot be foreseen, and a wrong guess costs more than the comparisons.
+    // A bit for each entry with this hash, marked or not. All are compared, four at a time: where a
+    // search would end cannot be foreseen, and a wrong guess costs more than the comparisons.
     std::uint32_t entries_with(std::uint32_t wanted) const noexcept {
       Four found{};
       for (std::uint32_t i = 0; i < kLineEntries; i += 4) {
         const std::uint32_t at = std::min(i, kLineEntries - 4);
         Four four;
         std::memcpy(&four, hash + at, sizeof four);
-        found |= (four == wanted) & (Four{1, 2, 4, 8} << at);
+        found |= ((four | kMark) == (wanted | kMark)) & (Four{1, 2, 4, 8} << at);
       }
       std::uint64_t halves[2];
       std::memcpy(halves, &found, sizeof halves);
@@ -88,6 +106,8 @@ class RefTable {
   static_assert(sizeof(Line) == kLineBytes);
 
   static constexpr std::uint32_t kFirstBuckets = 8192 / kLineBytes;
+  // The hashes of a bucket agree in their lowest bits, so one bit of those stored is free.
+  static constexpr std::uint32_t kMark = 1;
   // Entries for each bucket, in quarters; more would cost second lines.
   static constexpr std::uint32_t kFillQuarters = kLineEntries * 3;
 
@@ -122,41 +142,28 @@ template <typename Payload, std::size_t kLineBytes>
 void RefTable<Payload, kLineBytes>::insert(std::uint32_t hash, Payload payload) noexcept {
   Line *last = &buckets_[bucket_of(hash)];
   while (last->next != 0) last = &overflow_[last->next - 1];
-  append(last, hash, payload);
+  append(last, hash & ~kMark, payload);
   ++size_;
   if (std::uint64_t{size_} * 4 > std::uint64_t{bucket_count_} * kFillQuarters) split_next_bucket();
 }
 
+// The last entry of the bucket takes the place.
 template <typename Payload, std::size_t kLineBytes>
-template <typename Match>
-bool RefTable<Payload, kLineBytes>::erase(std::uint32_t hash, Match &&match) noexcept {
-  if (bucket_count_ == 0) return false;
-  Line *hole_line = nullptr;
-  std::uint32_t hole = 0;
+void RefTable<Payload, kLineBytes>::erase(std::uint32_t hash, Place place) noexcept {
   Line *before_last = nullptr;
   Line *last = &buckets_[bucket_of(hash)];
-  for (;;) {
-    for (std::uint32_t i = 0; hole_line == nullptr && i < last->count; ++i) {
-      if (last->hash[i] == hash && match(last->payload[i])) {
-        hole_line = last;
-        hole = i;
-      }
-    }
-    if (last->next == 0) break;
+  while (last->next != 0) {
     before_last = last;
     last = &overflow_[last->next - 1];
   }
-  if (hole_line == nullptr) return false;
-
   --last->count;
-  hole_line->hash[hole] = last->hash[last->count];
-  hole_line->payload[hole] = last->payload[last->count];
+  *place.hash_ = last->hash[last->count];
+  *place.payload_ = last->payload[last->count];
   if (last->count == 0 && before_last != nullptr) {
     give_overflow_line(before_last->next);
     before_last->next = 0;
   }
   --size_;
-  return true;
 }
 
 template <typename Payload, std::size_t kLineBytes>

@@ -17,6 +17,8 @@ static std::uint32_t hash_label(std::uint32_t label) noexcept {
   return h ^ (h >> 16);
 }
 
+static constexpr auto any = [](std::uint32_t) { return true; };
+
 auth_ctxt *SessionSlots::take() noexcept {
   std::uint32_t slot = 0;
   if (free_slot_ != 0) {
@@ -53,7 +55,8 @@ void SessionSlots::bind(auth_ctxt *ctxt, std::uint32_t label) noexcept {
 }
 
 void SessionSlots::unbind(auth_ctxt *ctxt) noexcept {
-  labels_to_slots_.erase(hash_label(ctxt->record.label), [](std::uint32_t) { return true; });
+  const std::uint32_t hash = hash_label(ctxt->record.label);
+  labels_to_slots_.erase(hash, labels_to_slots_.find(hash, any));
   labels_[ctxt->slot] = 0;
   ctxt->record.label = 0;
 }
@@ -61,9 +64,8 @@ void SessionSlots::unbind(auth_ctxt *ctxt) noexcept {
 auth_ctxt *SessionSlots::find(std::uint32_t label) noexcept {
   if (label == 0) return nullptr;
   found_last_ = label;
-  const std::uint32_t *slot =
-      labels_to_slots_.find(hash_label(label), [](std::uint32_t) { return true; });
-  if (slot == nullptr) return nullptr;
+  const auto slot = labels_to_slots_.find(hash_label(label), any);
+  if (!slot) return nullptr;
   auth_ctxt *ctxt = &contexts_[*slot];
   fetch_ahead(ctxt);  // hardly ever looked for without being read
   return ctxt;

@@ -4,111 +4,94 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
-
-#include "absl/hash/hash.h"
-#include "absl/strings/string_view.h"
-#include "address_list.h"
-#include "platform/aaa_dictionary.h"
-#include "prefetch.h"
-#include "session_slots.h"
 
 namespace kivo_platform {
 namespace {
 
-constexpr std::uint32_t kNoPosting = 0;  // as a reference: it lacks the mark of a posting
-
-// The bytes of a short value as a number. Values of one size differ in it.
-std::uint64_t word_of(Bytes value) noexcept {
-  const std::size_t size = value.size();
-  std::uint32_t low = 0;
-  std::uint32_t high = 0;
-  if (size >= 4) {
-    std::memcpy(&low, value.data(), 4);
-    std::memcpy(&high, value.data() + size - 4, 4);
-  } else {
-    std::memcpy(&low, value.data(), size);
-  }
-  return std::uint64_t{high} << 32 | low;
-}
-
-// Seeded for each process, so that peers cannot choose values which meet in one bucket. For that it
-// must be the hash library's own string view: the standard one may go through std::hash, which has
-// one seed everywhere. Addresses and numbers, the most frequent keys, are hashed as numbers, which
-// takes half the instructions.
-std::uint32_t hash_value(Bytes value) noexcept {
-  const std::uint64_t h =
-      value.size() <= 8
-          ? absl::HashOf(word_of(value), value.size())
-          : absl::Hash<absl::string_view>()(absl::string_view(value.data(), value.size()));
-  return static_cast<std::uint32_t>(h ^ (h >> 32));
-}
-
-bool session_holds(std::uint32_t slot, std::uint32_t type, Bytes value) noexcept {
-  fetch_ahead(&sessions.at(slot));
-  const StoredValue stored = sessions.at(slot).attributes.find(type);
-  if (!stored.found) return false;
-  if (type != AAA_ATTR_IPV6_ADDRESSES) return same_bytes(stored.bytes, value);
-  return holds_address(stored.bytes, value);
+auto of(const ValueDigest &digest) noexcept {
+  return [&digest](const auto &entry) { return entry.is_of(digest); };
 }
 
 }  // namespace
 
 ValueIndex::~ValueIndex() {
-  table_.release();
+  four_bytes_.release();
+  six_bytes_.release();
+  any_.release();
   postings_.release();
 }
 
-ValueIndex::Key::Key(Bytes bytes) noexcept : value(bytes), hash(hash_value(bytes)) {}
+bool ValueIndex::add(std::uint32_t label, const Key &key) noexcept {
+  return with_table(key.digest.width, [&](auto &table) { return add_to(table, label, key); });
+}
 
-bool ValueIndex::add(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept {
-  Entry *entry = find_entry(key, slot);
-  if (entry == nullptr) {
-    if (!table_.reserve() || (numeric_ && !LabelSet::reserve())) return false;
-    table_.insert(key.hash, {slot, label});
+template <typename Table>
+bool ValueIndex::add_to(Table &table, std::uint32_t label, const Key &key) noexcept {
+  const auto entry = table.find(key.digest.hash, of(key.digest));
+  if (!entry) {
+    if (!table.reserve() || (numeric_ && !LabelSet::reserve())) return false;
+    table.insert(key.digest.hash, {key.digest, label});
     if (numeric_) number_came(key.value);
     return true;
   }
   if (!LabelSet::reserve()) return false;
-  if ((entry->ref & kShared) != 0) {
-    posting_of(entry->ref).labels.insert(label);
+  if (entry.marked()) {
+    postings_[entry->ref()].labels.insert(label);
     return true;
   }
-  const std::uint32_t posting = take_posting(key.value);
-  if (posting == kNoPosting) return false;
-  LabelSet &labels = posting_of(posting).labels;
-  labels.insert(entry->label);
+  if (!reserve_posting()) return false;
+  const std::uint32_t posting = take_posting();
+  LabelSet &labels = postings_[posting].labels;
+  labels.insert(entry->ref());
   labels.insert(label);
-  *entry = {posting, 0};
+  *entry = {key.digest, posting};
+  entry.mark(true);
   return true;
 }
 
-void ValueIndex::remove(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept {
-  Entry *entry = find_shared(key);
-  if (entry == nullptr) {
-    table_.erase(key.hash, [&](const Entry &found) { return found.ref == slot; });
+void ValueIndex::remove(std::uint32_t label, const Key &key) noexcept {
+  with_table(key.digest.width, [&](auto &table) { remove_from(table, label, key); });
+}
+
+template <typename Table>
+void ValueIndex::remove_from(Table &table, std::uint32_t label, const Key &key) noexcept {
+  const auto entry = table.find(key.digest.hash, of(key.digest));
+  if (!entry) return;
+  if (!entry.marked()) {
+    table.erase(key.digest.hash, entry);
     if (numeric_) number_went(key.value);
     return;
   }
-  LabelSet &labels = posting_of(entry->ref).labels;
+  const std::uint32_t posting = entry->ref();
+  LabelSet &labels = postings_[posting].labels;
   labels.erase(label);
   if (labels.size() > 1) return;
-  const std::uint32_t posting = entry->ref;
-  *entry = {sessions.find(labels.lowest())->slot, labels.lowest()};
+  *entry = {key.digest, labels.lowest()};
+  entry.mark(false);
   give_posting(posting);
 }
 
 ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
-  const Key key(value);
-  const Entry *entry = find_entry(key, kNoSlot);
-  if (entry == nullptr) return {};
-  if ((entry->ref & kShared) != 0) return {0, &posting_of(entry->ref).labels};
-  return {entry->label, nullptr};
+  const ValueDigest digest = digest_of(value);
+  return with_table(digest.width, [&](auto &table) { return find_in(table, digest); });
+}
+
+template <typename Table>
+ValueIndex::Found ValueIndex::find_in(Table &table, const ValueDigest &digest) noexcept {
+  const auto entry = table.find(digest.hash, of(digest));
+  if (!entry) return {};
+  if (entry.marked()) return {0, &postings_[entry->ref()].labels};
+  return {entry->ref(), nullptr};
+}
+
+void ValueIndex::prefetch(const Key &key) noexcept {
+  with_table(key.digest.width, [&](auto &table) { table.prefetch(key.digest.hash); });
 }
 
 void ValueIndex::prefetch_label(const Key &key, std::uint32_t label) noexcept {
-  const Entry *entry = find_shared(key);
-  if (entry != nullptr) posting_of(entry->ref).labels.prefetch(label);
+  const Found found =
+      with_table(key.digest.width, [&](auto &table) { return find_in(table, key.digest); });
+  if (found.shared != nullptr) found.shared->prefetch(label);
 }
 
 static std::uint32_t number_in(Bytes value) noexcept {
@@ -134,62 +117,26 @@ std::uint32_t ValueIndex::next_number(std::uint32_t above) const noexcept {
   return 0;
 }
 
-bool ValueIndex::posting_is_for(std::uint32_t ref, Bytes value) noexcept {
-  if ((ref & kShared) == 0) return false;
-  return same_bytes(posting_of(ref).key(), value);
+// ---- Postings
+
+// Makes sure that the next take_posting() has the memory it may need.
+bool ValueIndex::reserve_posting() noexcept {
+  return free_posting_ != 0 || postings_used_ < postings_.capacity() || postings_.grow();
 }
 
-// An entry of except_slot does not count: of a session that is being entered, another address of
-// the same hash may have led there, and its stored bytes would match this one too.
-inline ValueIndex::Entry *ValueIndex::find_entry(const Key &key,
-                                                 std::uint32_t except_slot) noexcept {
-  return table_.find(key.hash, [&](const Entry &entry) {
-    if ((entry.ref & kShared) != 0) return posting_is_for(entry.ref, key.value);
-    return entry.ref != except_slot && session_holds(entry.ref, type_, key.value);
-  });
-}
-
-ValueIndex::Entry *ValueIndex::find_shared(const Key &key) noexcept {
-  return table_.find(key.hash,
-                     [&](const Entry &entry) { return posting_is_for(entry.ref, key.value); });
-}
-
-bool ValueIndex::Posting::take_key(Bytes value) noexcept {
-  char *to = short_key;
-  if (value.size() > kShortKey) {
-    to = long_key = static_cast<char *>(::operator new(value.size(), std::nothrow));
-    if (to == nullptr) return false;
-  }
-  value.copy(to, value.size());
-  key_size = static_cast<std::uint32_t>(value.size());
-  return true;
-}
-
-void ValueIndex::Posting::drop_key() noexcept {
-  if (key_size > kShortKey) ::operator delete(long_key);
-  key_size = 0;
-}
-
-std::uint32_t ValueIndex::take_posting(Bytes value) noexcept {
-  if (free_posting_ == 0) {
-    if (postings_used_ == postings_.capacity() && !postings_.grow()) return kNoPosting;
-    free_posting_ = ++postings_used_;
-  }
-  const std::uint32_t number = free_posting_ - 1;
-  Posting &posting = postings_[number];
-  const std::uint32_t next_free = posting.next_free;
-  if (!posting.take_key(value)) return kNoPosting;
-  free_posting_ = next_free;
+std::uint32_t ValueIndex::take_posting() noexcept {
   ++postings_live_;
-  return number | kShared;
+  if (free_posting_ == 0) return postings_used_++;
+  const std::uint32_t number = free_posting_ - 1;
+  free_posting_ = postings_[number].next_free;
+  return number;
 }
 
-void ValueIndex::give_posting(std::uint32_t ref) noexcept {
-  Posting &posting = posting_of(ref);
+void ValueIndex::give_posting(std::uint32_t number) noexcept {
+  Posting &posting = postings_[number];
   posting.labels.clear();
-  posting.drop_key();
   posting.next_free = free_posting_;
-  free_posting_ = (ref & ~kShared) + 1;
+  free_posting_ = number + 1;
   --postings_live_;
 }
 

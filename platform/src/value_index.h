@@ -1,12 +1,11 @@
-// Index of one attribute type: from a value's bytes to the labels of the sessions that hold it.
-// Under RecordIndexes. A value that one session holds costs a table entry of twelve bytes with the
-// session's slot and its label; its bytes are compared where the session stores them, and a chain
-// of look-ups, each by what the last one found, need not wait for that. A value that several share
-// has a posting: its own copy of the bytes and the labels in ascending order. Invariants: (1) a
-// posting has two labels or more; (2) neither add() nor remove() reads the bytes of the session
-// that it is about, so it does not matter whether the value is written into the session before or
-// after; (3) remove() cannot fail and allocates nothing. Threads: none; the process serialises all
-// calls.
+// Index of one attribute type: from a value to the labels of the sessions that hold it. Under
+// RecordIndexes. Values are known by their digests: an entry has what of the digest tells values of
+// its width apart, and the label of the one session, or, marked, the number of a posting, the
+// labels of several sessions in ascending order. So a look-up ends in the table, and costs a
+// session 8 bytes (values of four bytes), 10 (of six) or 20, filled to three quarters.
+// Invariants: (1) a posting has two labels or more; (2) neither add() nor remove() reads anything
+// of a session, so it does not matter whether the value is written into it before or after; (3)
+// remove() cannot fail and allocates nothing. Threads: none; the process serialises all calls.
 #pragma once
 
 #include <cstdint>
@@ -14,39 +13,40 @@
 #include "label_set.h"
 #include "ref_table.h"
 #include "stored_attributes.h"
+#include "value_digest.h"
 
 namespace kivo_platform {
 
 class ValueIndex {
  public:
   // With `numeric` the values of four bytes are also kept in the order of their numbers.
-  ValueIndex(std::uint32_t type, bool numeric) noexcept : type_(type), numeric_(numeric) {}
+  explicit ValueIndex(bool numeric) noexcept : numeric_(numeric) {}
   ~ValueIndex();
   ValueIndex(const ValueIndex &) = delete;
   ValueIndex &operator=(const ValueIndex &) = delete;
 
-  // A value and its hash, for what is done in steps.
+  // A value and its digest, for what is done in steps.
   struct Key {
-    explicit Key(Bytes bytes) noexcept;
+    explicit Key(Bytes bytes) noexcept : value(bytes), digest(digest_of(bytes)) {}
     Key() noexcept = default;
 
     Bytes value;
-    std::uint32_t hash = 0;
+    ValueDigest digest;
   };
 
-  // Enters a session under a value that it does not hold yet. The label is passed because a session
-  // in the making has none in the directory. False without memory, and nothing has changed.
-  [[nodiscard]] bool add(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept;
+  // Enters a session under a value that it does not hold yet. False without memory, and nothing has
+  // changed.
+  [[nodiscard]] bool add(std::uint32_t label, const Key &key) noexcept;
 
   // Removes a session from a value that it was entered under.
-  void remove(std::uint32_t slot, std::uint32_t label, const Key &key) noexcept;
+  void remove(std::uint32_t label, const Key &key) noexcept;
 
   // Has memory fetched that an addition or a removal will read: first the table's, and, some time
   // later, that of the label among those of a shared value.
-  void prefetch(const Key &key) const noexcept { table_.prefetch(key.hash); }
+  void prefetch(const Key &key) noexcept;
   void prefetch_label(const Key &key, std::uint32_t label) noexcept;
   // Whether most values have several sessions, so that there is a label to prefetch.
-  bool mostly_shared() const noexcept { return postings_live_ > table_.size() / 2; }
+  bool mostly_shared() const noexcept { return postings_live_ > values() / 2; }
 
   // The sessions of a value: shared is set when there are several, else label is the one or 0.
   struct Found {
@@ -66,48 +66,88 @@ class ValueIndex {
   std::uint32_t next_number(std::uint32_t above) const noexcept;
 
  private:
-  // A short key lies in the posting itself.
+  // Entries by the width of their values; `ref` is a label or, of a marked entry, a posting.
+  class FourByteEntry {
+   public:
+    FourByteEntry() noexcept = default;
+    FourByteEntry(const ValueDigest &, std::uint32_t ref) noexcept : ref_(ref) {}
+    bool is_of(const ValueDigest &) const noexcept { return true; }
+    std::uint32_t ref() const noexcept { return ref_; }
+
+   private:
+    std::uint32_t ref_;
+  };
+  // In halves, so that six bytes are all it takes.
+  class SixByteEntry {
+   public:
+    SixByteEntry() noexcept = default;
+    SixByteEntry(const ValueDigest &digest, std::uint32_t ref) noexcept
+        : ref_{half(ref), half(ref >> 16)}, tag_(half(digest.tag[0])) {}
+    bool is_of(const ValueDigest &digest) const noexcept { return tag_ == half(digest.tag[0]); }
+    std::uint32_t ref() const noexcept { return ref_[0] | std::uint32_t{ref_[1]} << 16; }
+
+   private:
+    static std::uint16_t half(std::uint32_t word) noexcept {
+      return static_cast<std::uint16_t>(word);
+    }
+    std::uint16_t ref_[2];
+    std::uint16_t tag_;
+  };
+  class AnyEntry {
+   public:
+    AnyEntry() noexcept = default;
+    AnyEntry(const ValueDigest &digest, std::uint32_t ref) noexcept : ref_(ref), tag_(digest.tag) {}
+    bool is_of(const ValueDigest &digest) const noexcept { return tag_ == digest.tag; }
+    std::uint32_t ref() const noexcept { return ref_; }
+
+   private:
+    std::uint32_t ref_;
+    std::array<std::uint32_t, 3> tag_;
+  };
+
+  // 64 bytes, a cache line.
   struct Posting {
-    static constexpr std::uint32_t kShortKey = 8;
-
     LabelSet labels;
-    union {
-      char short_key[kShortKey];
-      char *long_key = nullptr;
-    };
-    std::uint32_t key_size = 0;
     std::uint32_t next_free = 0;  // number of the next free posting, plus 1
-
-    ~Posting() { drop_key(); }
-    [[nodiscard]] bool take_key(Bytes value) noexcept;
-    void drop_key() noexcept;
-    Bytes key() const noexcept { return {key_size <= kShortKey ? short_key : long_key, key_size}; }
   };
   static_assert(sizeof(Posting) == 64);
 
-  // Marks the table's references to postings; the others are slots.
-  static constexpr std::uint32_t kShared = UINT32_C(1) << 31;
-  static constexpr std::uint32_t kNoSlot = ~kShared;
+  // fn(table) with the table for values of this width.
+  template <typename Fn>
+  auto with_table(ValueDigest::Width width, Fn &&fn) noexcept {
+    switch (width) {
+      case ValueDigest::Width::kFourBytes:
+        return fn(four_bytes_);
+      case ValueDigest::Width::kSixBytes:
+        return fn(six_bytes_);
+      case ValueDigest::Width::kAny:
+        break;
+    }
+    return fn(any_);
+  }
+  std::uint32_t values() const noexcept {
+    return four_bytes_.size() + six_bytes_.size() + any_.size();
+  }
 
-  struct Entry {
-    std::uint32_t ref;
-    std::uint32_t label;  // of the slot's session; 0 beside a posting
-  };
+  template <typename Table>
+  bool add_to(Table &table, std::uint32_t label, const Key &key) noexcept;
+  template <typename Table>
+  void remove_from(Table &table, std::uint32_t label, const Key &key) noexcept;
+  template <typename Table>
+  Found find_in(Table &table, const ValueDigest &digest) noexcept;
 
-  Posting &posting_of(std::uint32_t ref) noexcept { return postings_[ref & ~kShared]; }
-  bool posting_is_for(std::uint32_t ref, Bytes value) noexcept;
-  Entry *find_entry(const Key &key, std::uint32_t except_slot) noexcept;
-  Entry *find_shared(const Key &key) noexcept;
-  std::uint32_t take_posting(Bytes value) noexcept;
-  void give_posting(std::uint32_t ref) noexcept;
+  bool reserve_posting() noexcept;
+  std::uint32_t take_posting() noexcept;
+  void give_posting(std::uint32_t number) noexcept;
 
   void number_came(Bytes value) noexcept;
   void number_went(Bytes value) noexcept;
 
-  std::uint32_t type_;
   bool numeric_;
   LabelSet numbers_;
-  RefTable<Entry, 128> table_;
+  RefTable<FourByteEntry, 128> four_bytes_;
+  RefTable<SixByteEntry, 128> six_bytes_;
+  RefTable<AnyEntry, 256> any_;
   ChunkedArray<Posting, 64> postings_;
   std::uint32_t postings_used_ = 0;
   std::uint32_t postings_live_ = 0;

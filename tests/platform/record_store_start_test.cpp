@@ -1,13 +1,24 @@
-// The record store before attrdb_init() and after one that had no memory: a program of its own,
-// since a process has one store.
+// The record store before attrdb_init() and after one that had no memory or no random numbers: a
+// program of its own, since a process has one store.
 #include <gtest/gtest.h>
+#include <sys/random.h>
 
 #include "platform/attrdb.h"
 #include "support/memory_faults.h"
 
 namespace {
+bool no_random_numbers = false;
+}
 
-TEST(RecordStore, IsNotReadyBeforeItsStartNorAfterOneWithoutMemory) {
+// Stands in for the C library's.
+extern "C" int getentropy(void *buffer, size_t size) noexcept {
+  if (no_random_numbers) return -1;
+  return getrandom(buffer, size, 0) == static_cast<ssize_t>(size) ? 0 : -1;
+}
+
+namespace {
+
+TEST(RecordStore, IsNotReadyBeforeItsStartNorAfterOneThatFailed) {
   attrdb_record *record = nullptr;
   std::uint32_t label = 7;
   EXPECT_EQ(ATTRDB_ERR_NOT_READY, attrdb_create_and_insert_primary_record(nullptr, 1));
@@ -23,6 +34,10 @@ TEST(RecordStore, IsNotReadyBeforeItsStartNorAfterOneWithoutMemory) {
   memory_faults::arm(1, true);
   attrdb_init();
   EXPECT_TRUE(memory_faults::disarm());
+  EXPECT_EQ(ATTRDB_ERR_NOT_READY, attrdb_delete_record(1));
+  no_random_numbers = true;
+  attrdb_init();
+  no_random_numbers = false;
   EXPECT_EQ(ATTRDB_ERR_NOT_READY, attrdb_delete_record(1));
   attrdb_init();
   EXPECT_EQ(ATTRDB_ERR_NOT_FOUND, attrdb_delete_record(1));

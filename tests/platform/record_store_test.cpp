@@ -209,48 +209,50 @@ TEST_F(RecordStore, MakesAWholeRecordOrNothingWhicheverAllocationFails) {
     write(ctxt, 1, "shared");
     write(ctxt, 2, pair_of(label));
     write(ctxt, AAA_ATTR_IPV6_ADDRESSES,
-          address(1) + address(1000 + label / 2) + address(2000 + label / 2));
+          address(1) + address(100000 + label / 2) + address(200000 + label / 2));
     write(ctxt, AAA_ATTR_INTERFACE_ID, number(11));
   };
-  for (const bool and_on : {false, true}) {
-    create(1);
-    fill(record_of(1)->ctxt, 1);
-    std::uint32_t next_label = 2;
-    int failures = 0;
-    for (std::uint64_t attempt = 0; attempt < 1000; ++attempt) {
-      auth_ctxt *ctxt = nullptr;
-      ASSERT_EQ(PLATFORM_OK, auth_mgr_idc_create_ctxt(&ctxt));
-      fill(ctxt, next_label);
-      memory_faults::arm(1 + attempt % 5, and_on);
-      const std::uint32_t status = attrdb_create_and_insert_primary_record(ctxt, next_label);
-      const bool failed = memory_faults::disarm();
-      failures += failed ? 1 : 0;
-      if (status == PLATFORM_OK) {
-        ++next_label;
-      } else {
-        ASSERT_EQ(ATTRDB_ERR_NO_MEMORY, status);
-        ASSERT_TRUE(failed);
-        ASSERT_EQ(nullptr, record_of(next_label));
-        auth_mgr_idc_destroy_ctxt(ctxt);
-      }
-      const std::uint32_t records = next_label - 1;
-      const Labels pair =
-          records % 2 == 1 && records > 1 ? Labels{records - 1, records} : Labels{records};
-      ASSERT_EQ(pair, labels_with(2, pair_of(records)));
-      ASSERT_EQ(records, attrdb_get_total_sessions());
-      ASSERT_EQ(records, attrdb_get_total_domain_tree_sessions());
-      ASSERT_EQ(records, labels_with(1, "shared").size());
-      ASSERT_EQ(records, labels_with(10, address(1)).size());
-      ASSERT_EQ(pair, labels_with(10, address(1000 + records / 2)));
-      ASSERT_EQ(pair, labels_with(10, address(2000 + records / 2)));
+  create(1);
+  fill(record_of(1)->ctxt, 1);
+  std::uint32_t next_label = 2;
+  int failures = 0;
+  // Memory is taken in pieces for many sessions. Whenever it is, the first allocation fails, then
+  // the second, and so on, until the creation has what it cannot do without.
+  for (std::uint64_t nth = 1; next_label < 30000;) {
+    auth_ctxt *ctxt = nullptr;
+    ASSERT_EQ(PLATFORM_OK, auth_mgr_idc_create_ctxt(&ctxt));
+    fill(ctxt, next_label);
+    memory_faults::arm(nth, true);
+    const std::uint32_t status = attrdb_create_and_insert_primary_record(ctxt, next_label);
+    const bool failed = memory_faults::disarm();
+    if (status == PLATFORM_OK) {
+      ++next_label;
+      nth = 1;
+      continue;
     }
-    EXPECT_GT(failures, 200);
-    for (std::uint32_t label = 1; label < next_label; ++label) attrdb_delete_record(label);
-    EXPECT_EQ(Labels{}, labels_with(1, "shared"));
-    std::uint32_t next = 7;
-    EXPECT_EQ(PLATFORM_OK, attrdb_get_next_if_id(0, &next));
-    EXPECT_EQ(0u, next);
+    ASSERT_EQ(ATTRDB_ERR_NO_MEMORY, status);
+    ASSERT_TRUE(failed);
+    ASSERT_EQ(nullptr, record_of(next_label));
+    auth_mgr_idc_destroy_ctxt(ctxt);
+    ++failures;
+    ++nth;
+    const std::uint32_t records = next_label - 1;
+    const Labels pair =
+        records % 2 == 1 && records > 1 ? Labels{records - 1, records} : Labels{records};
+    ASSERT_EQ(pair, labels_with(2, pair_of(records)));
+    ASSERT_EQ(records, attrdb_get_total_sessions());
+    ASSERT_EQ(records, attrdb_get_total_domain_tree_sessions());
+    ASSERT_EQ(records, labels_with(1, "shared").size());
+    ASSERT_EQ(records, labels_with(10, address(1)).size());
+    ASSERT_EQ(pair, labels_with(10, address(100000 + records / 2)));
+    ASSERT_EQ(pair, labels_with(10, address(200000 + records / 2)));
   }
+  EXPECT_GT(failures, 10);
+  for (std::uint32_t label = 1; label < next_label; ++label) attrdb_delete_record(label);
+  EXPECT_EQ(Labels{}, labels_with(1, "shared"));
+  std::uint32_t next = 7;
+  EXPECT_EQ(PLATFORM_OK, attrdb_get_next_if_id(0, &next));
+  EXPECT_EQ(0u, next);
 }
 
 TEST_F(RecordStore, CreatesNothingWithoutMemoryForAFreshContext) {

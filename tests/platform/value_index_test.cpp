@@ -72,6 +72,36 @@ TEST_F(ValueIndex, ComparesBytesAndSizesAndKeepsTypesApart) {
   EXPECT_EQ(Labels{}, labels_with(101, "a"));
 }
 
+// So many values of a size that some would meet in 32 bits, if they were told apart by no more.
+TEST_F(ValueIndex, TellsValuesOfEachSizeApart) {
+  constexpr std::uint32_t kSessions = 200000;
+  const std::size_t sizes[] = {4, 6, 7, 16};
+  const auto value_of = [](std::uint32_t label, std::size_t size) {
+    std::string value(size, 'v');
+    value.replace(0, sizeof label, reinterpret_cast<const char *>(&label), sizeof label);
+    std::rotate(value.begin(), value.begin() + label % 2, value.end());  // bytes at either end
+    return value;
+  };
+  for (const std::size_t size : sizes) attrdb_declare_index(100 + static_cast<std::uint32_t>(size));
+  for (std::uint32_t label = 1; label <= kSessions; ++label) {
+    auth_ctxt *ctxt = create(label);
+    for (const std::size_t size : sizes) {
+      write(ctxt, 100 + static_cast<std::uint32_t>(size), value_of(label, size));
+    }
+  }
+  for (std::uint32_t label = 1; label <= kSessions; ++label) {
+    for (const std::size_t size : sizes) {
+      std::uint32_t count = 0;
+      const std::string value = value_of(label, size);
+      const auto type = 100 + static_cast<std::uint32_t>(size);
+      ASSERT_EQ(label, label_with(type, value)) << size;
+      ASSERT_EQ(PLATFORM_OK, attrdb_count_labels_by_attr(type, value.data(),
+                                                         static_cast<std::uint32_t>(size), &count));
+      ASSERT_EQ(1u, count) << size;
+    }
+  }
+}
+
 TEST_F(ValueIndex, GivesTheRecordOfTheLowestLabel) {
   write(create(9), 11, "id");
   write(create(4), 11, "id");

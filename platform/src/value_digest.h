@@ -1,0 +1,35 @@
+// What the indexes know of a value instead of its bytes. Values with the same digest are taken for
+// the same value, and nobody compares their bytes: a look-up would wait for the session's memory.
+// A value of up to eight bytes goes through a one-to-one mixing, so its digest is as good as the
+// value. Of a longer one it is the 128-bit SipHash: that any two of four million values have the
+// same is as likely as one in 2^85. All of it is keyed by the system's random source, so nobody can
+// choose values that meet, in a digest or in a bucket.
+// Threads: none; the process serialises all calls.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "stored_attributes.h"
+
+namespace kivo_platform {
+
+struct ValueDigest {
+  // What a table must keep to tell its values apart, beside the hash.
+  enum class Width : std::uint32_t {
+    kFourBytes,  // values of four bytes: nothing
+    kSixBytes,   // of six: the lower half of tag[0]
+    kAny,        // all other: the tag
+  };
+
+  Width width = Width::kAny;
+  std::uint32_t hash = 0;
+  std::array<std::uint32_t, 3> tag{};
+};
+
+// Draws the key. To be called once, before the first digest; false when the system gives none.
+[[nodiscard]] bool draw_digest_key() noexcept;
+
+ValueDigest digest_of(Bytes value) noexcept;
+
+}  // namespace kivo_platform
