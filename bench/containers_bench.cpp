@@ -119,7 +119,7 @@ class KeyedMap {
 class ByDigest {
  public:
   explicit ByDigest(const Ids &) {
-    if (!kivo_platform::draw_digest_key()) std::abort();
+    if (!kivo_platform::draw_digest_keys()) std::abort();
   }
   ~ByDigest() { table_.release(); }
   ByDigest(const ByDigest &) = delete;

@@ -2,6 +2,7 @@
 // peer begins with an empty heap, and reads the sheet that it sends.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -38,6 +39,11 @@ bool measure_in_child(const std::string &name, uint32_t n, const SharedTimes &cr
                       Sheet &sheet);
 
 // ---- In the new process ----
+
+// Has the machine provide memory: on a virtual one the first touch of a page that the host has not
+// given out yet takes many times as long as that of any other, and would count for whichever peer
+// comes upon it. It is given back at once.
+void touch_memory(size_t bytes);
 
 // Sends the sheet to the process that started this one.
 bool send_sheet(const Sheet &sheet);

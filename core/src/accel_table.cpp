@@ -16,7 +16,6 @@ const uint32_t KIVO_ATTR_SIZES_NEW[9] = {4, 8, 4, 16, 6, 24, 8, 0, 0};
 namespace kivo {
 namespace {
 
-constexpr int32_t kNoSlot = -1;
 constexpr uint32_t kLayoutStart = 16;
 
 // Layout of the fixed-size values of one kind of row.
@@ -77,21 +76,11 @@ void drop_table(kivo_db &db) noexcept {
   db.accel_count = 0;
 }
 
-int32_t slot_of(const kivo_db &db, uint32_t type) noexcept {
-  return type <= AAA_ATTR_TYPE_MAX ? db.accel_slot[type] : kNoSlot;
-}
-
-// The entry of a type's slot; null without one, or when the table lacks it.
-kivo_accel_entry *entry_at(const kivo_db &db, uint32_t type) noexcept {
-  const auto slot = static_cast<uint32_t>(slot_of(db, type));
-  return slot < db.accel_count ? &db.accel_tbl[slot] : nullptr;
-}
-
 // A look-up with its traces. Apart, so that one without them is short: every write makes one.
 [[gnu::noinline]] uint32_t look_up_traced(uint32_t type, const kivo_db &db,
                                           kivo_accel_entry *&found) noexcept {
   kivo_trace_event(msg::kAccelLookup, get_attr_name_from_type(type), slot_of(db, type));
-  kivo_accel_entry *const entry = entry_at(db, type);
+  kivo_accel_entry *const entry = entry_at_slot(db, type);
   if (entry != nullptr && entry->aaa_type == type) {
     found = entry;
   } else {
@@ -131,8 +120,7 @@ uint32_t kivo_get_accel_from_type(uint32_t type, kivo_db *db, kivo_accel_entry *
   if (type == 0 || db == nullptr || out == nullptr) return KIVO_ERR_INVALID_ARG;
   *out = nullptr;
   if (facility_wants_events()) return look_up_traced(type, *db, *out);
-  kivo_accel_entry *const entry = entry_at(*db, type);
-  if (entry != nullptr && entry->aaa_type == type) *out = entry;
+  *out = entry_of(*db, type);
   return PLATFORM_OK;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "abandoned.h"
+#include "accel_table.h"
 #include "alloc_tags.h"
 #include "platform/named_alloc.h"
 #include "trace.h"
@@ -70,24 +71,13 @@ bool is_concerned(const kivo_notify_reg &reg, const Change &change) noexcept {
          reg.notify_cb != nullptr;
 }
 
-// ---- The ways that few announcements go. Most are of a type without an entry, and every write of
-// an attribute makes one: what those need is all that kivo_attr_change_notification() contains.
+// ---- The ways that few announcements go. Most are of a type without an entry or without a
+// registration, and every write of an attribute makes one: what those need is all that
+// kivo_attr_change_notification() contains.
 
-[[gnu::noinline]] uint32_t refuse(const Change &change) noexcept {
-  kivo_trace_error(msg::kNotifyBadParams, change.size, change.value,
-                   static_cast<void *>(change.db));
+[[gnu::noinline]] uint32_t refuse(const kivo_db *db, uint32_t size, const void *value) noexcept {
+  kivo_trace_error(msg::kNotifyBadParams, size, value, static_cast<const void *>(db));
   return KIVO_ERR_INVALID_ARG;
-}
-
-[[gnu::noinline]] uint32_t fail_look_up(const Change &change, uint32_t status) noexcept {
-  kivo_trace_error(msg::kChangeFailed, change.db->db_name);
-  return status;
-}
-
-// Returns 0.
-[[gnu::noinline]] uint32_t trace_no_entry(const Change &change) noexcept {
-  kivo_trace_event(msg::kNotifyNoAccelType, change.db->db_name, static_cast<int>(change.type));
-  return PLATFORM_OK;
 }
 
 [[gnu::noinline]] uint32_t dispatch(const Change &change, const kivo_accel_entry &entry) noexcept {
@@ -104,6 +94,19 @@ bool is_concerned(const kivo_notify_reg &reg, const Change &change) noexcept {
     reg->notify_cb(change.db, change.label, 1, &new_value, &kivo_notify_old_value, change.action,
                    &reg->handles);
   }
+  return PLATFORM_OK;
+}
+
+// With the traces of the look-up.
+[[gnu::noinline]] uint32_t dispatch_traced(const Change &change) noexcept {
+  kivo_accel_entry *entry = nullptr;
+  const uint32_t status = kivo_get_accel_from_type(change.type, change.db, &entry);
+  if (status != PLATFORM_OK) {
+    kivo_trace_error(msg::kChangeFailed, change.db->db_name);
+    return status;
+  }
+  if (entry != nullptr) return dispatch(change, *entry);
+  kivo_trace_event(msg::kNotifyNoAccelType, change.db->db_name, static_cast<int>(change.type));
   return PLATFORM_OK;
 }
 
@@ -164,13 +167,13 @@ void kivo_init_notify_old_attr(void) noexcept {
 uint32_t kivo_attr_change_notification(kivo_db *db, uint32_t type, uint32_t size, const void *value,
                                        const void *bytes, uint32_t label,
                                        uint32_t action) noexcept {
-  const Change change{db, type, size, value, bytes, label, action};
   if (db == nullptr || size == 0 || size >= KIVO_ATTR_VALUE_DATA_SIZE || value == nullptr) {
-    return refuse(change);
+    return refuse(db, size, value);
   }
-  kivo_accel_entry *entry = nullptr;
-  const uint32_t status = kivo_get_accel_from_type(type, db, &entry);
-  if (status != PLATFORM_OK) return fail_look_up(change, status);
-  if (entry != nullptr) return dispatch(change, *entry);
-  return facility_wants_events() ? trace_no_entry(change) : uint32_t{PLATFORM_OK};
+  if (type == 0 || facility_wants_events()) {
+    return dispatch_traced({db, type, size, value, bytes, label, action});
+  }
+  const kivo_accel_entry *const entry = entry_of(*db, type);
+  if (entry == nullptr || entry->notify_regs.head == nullptr) return PLATFORM_OK;
+  return dispatch({db, type, size, value, bytes, label, action}, *entry);
 }

@@ -31,17 +31,6 @@ bool in_dictionary(std::uint32_t type) noexcept { return type >= 1 && type <= AA
 
 bool is_record(const auth_ctxt *ctxt) noexcept { return ctxt->record.label != 0; }
 
-// Adds a value for which there is room.
-std::uint32_t append(auth_ctxt *ctxt, std::uint32_t type, Bytes value) noexcept {
-  if (is_record(ctxt)) {
-    RecordIndexes &indexes = *record_indexes();
-    if (!indexes.enter(ctxt->record.label, type, value)) return AAA_ERR_NO_MEMORY;
-    indexes.gained(type);
-  }
-  ctxt->attributes.append(type, value);
-  return PLATFORM_OK;
-}
-
 // Makes the value of a type its first `keep` bytes and `tail`. With keep, nothing leaves an index.
 std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old, std::uint32_t keep,
                     Bytes tail) noexcept {
@@ -58,21 +47,39 @@ std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old,
   return PLATFORM_OK;
 }
 
-std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
-                          std::uint32_t *changed) noexcept {
+[[gnu::noinline]] std::uint32_t write_value(auth_ctxt *ctxt, std::uint32_t type, Bytes value,
+                                            std::uint32_t *changed) noexcept {
   const StoredValue old = ctxt->attributes.find(type);
   if (old.found && same_bytes(old.bytes, value)) return PLATFORM_OK;
-  const std::uint32_t status =
-      !old.found && ctxt->attributes.can_append(static_cast<std::uint32_t>(value.size()))
-          ? append(ctxt, type, value)
-          : write(ctxt, type, old, 0, value);
+  const std::uint32_t status = write(ctxt, type, old, 0, value);
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
   return status;
 }
 
+// The same for a type that is absent and whose value finds room: with nothing to give back, it need
+// not be prepared.
+std::uint32_t append_value(auth_ctxt *ctxt, std::uint32_t type, const void *value,
+                           std::uint32_t size, std::uint32_t *changed) noexcept {
+  ctxt->attributes.append(type, value, size);
+  if (is_record(ctxt)) record_indexes()->gained(type);
+  if (changed != nullptr) *changed = 1;
+  return PLATFORM_OK;
+}
+
+// Apart, so that the way of values without an index is short.
+[[gnu::noinline]] std::uint32_t append_indexed(auth_ctxt *ctxt, std::uint32_t type,
+                                               const void *value, std::uint32_t size,
+                                               std::uint32_t *changed) noexcept {
+  if (!record_indexes()->enter(ctxt->record.label, type, as_bytes(value, size))) {
+    return AAA_ERR_NO_MEMORY;
+  }
+  return append_value(ctxt, type, value, size, changed);
+}
+
 // Appends the addresses that are not stored yet, each once. They are gathered in memory of their
 // own, which also settles a value that is the session's own.
-std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value, std::uint32_t *changed) noexcept {
+[[gnu::noinline]] std::uint32_t write_addresses(auth_ctxt *ctxt, Bytes value,
+                                                std::uint32_t *changed) noexcept {
   const StoredValue old = ctxt->attributes.find(AAA_ATTR_IPV6_ADDRESSES);
   char few[8 * kAddressBytes];
   std::unique_ptr<char[]> many;
@@ -142,7 +149,12 @@ extern "C" std::uint32_t auth_mgr_idc_add_or_update_attr(auth_ctxt *ctxt, std::u
   if (!in_dictionary(type)) return AAA_ERR_UNSUPPORTED_ATTR;
   if (size > AAA_VALUE_SIZE_MAX) return AAA_ERR_NO_ROOM;
   if (type != AAA_ATTR_IPV6_ADDRESSES) {
-    return write_value(ctxt, type, as_bytes(value, size), changed);
+    if (!ctxt->attributes.can_append(type, size)) {
+      return write_value(ctxt, type, as_bytes(value, size), changed);
+    }
+    return is_record(ctxt) && record_indexes()->has_index(type)
+               ? append_indexed(ctxt, type, value, size, changed)
+               : append_value(ctxt, type, value, size, changed);
   }
   if (size % kAddressBytes != 0) return AAA_ERR_INVALID_ARG;
   return write_addresses(ctxt, as_bytes(value, size), changed);

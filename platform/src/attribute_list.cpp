@@ -105,21 +105,17 @@ class ListSlots {
 };
 
 // A list that is walked is mostly about to be written into a session, the one that was looked up
-// last: what the store's indexes will read for its values is fetched together, instead of value by
-// value.
-void prefetch_indexes(ListStorage &storage) noexcept {
+// last: where the indexes will enter its label is fetched for all values together, instead of value
+// by value.
+void prefetch_labels(ListStorage &storage) noexcept {
   RecordIndexes *const indexes = record_indexes();
   if (indexes == nullptr) return;
-  std::array<TypedValue, RecordIndexes::kPrefetched> values;
-  std::uint32_t n = 0;
+  TouchedSets sets;
   ListWalk walk(storage);
-  for (const ListAttribute *attribute = walk.next(); attribute != nullptr && n < values.size();
-       attribute = walk.next()) {
-    if (indexes->has_index(attribute->type)) {
-      values[n++] = {attribute->type, {attribute->value(), attribute->size}};
-    }
+  while (const ListAttribute *attribute = walk.next()) {
+    indexes->prefetch_labels(attribute->type, {attribute->value(), attribute->size}, sets);
   }
-  indexes->prefetch({values.data(), n}, sessions.found_last());
+  sets.prefetch(sessions.found_last());
 }
 
 constinit ListSlots lists;
@@ -130,7 +126,9 @@ constinit std::uint32_t live_cursors = 0;
 std::uint32_t add_to_list(std::uint32_t handle, std::uint32_t type, Bytes value) noexcept {
   ListSlot *list = lists.find(handle);
   if (list == nullptr) return AAA_ERR_STALE_LIST;
-  return append(*list->storage, type, value) ? PLATFORM_OK : AAA_ERR_NO_MEMORY;
+  if (!append(*list->storage, type, value)) return AAA_ERR_NO_MEMORY;
+  if (record_indexes() != nullptr) record_indexes()->prefetch(type, value);
+  return PLATFORM_OK;
 }
 
 std::uint32_t types_of_list(std::uint32_t handle, TypeSet &types) noexcept {
@@ -184,7 +182,7 @@ extern "C" std::uint32_t aaa_cursor_alloc(aaa_cursor **out, std::uint32_t handle
   if (*out == nullptr) return AAA_ERR_NO_MEMORY;
   ++storage->pins;
   ++live_cursors;
-  prefetch_indexes(*storage);
+  prefetch_labels(*storage);
   return PLATFORM_OK;
 }
 

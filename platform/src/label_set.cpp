@@ -18,27 +18,22 @@ constexpr std::uint32_t kLeafLabels = kNodeWords - 1;
 constexpr std::uint32_t kChildren = 32;
 constexpr std::uint32_t kUnused = UINT32_MAX;
 
-struct Leaf {
+struct alignas(kChunkAlignment) Leaf {
   std::uint32_t count;
   std::uint32_t labels[kLeafLabels];
 };
 
 // low[i] is a bound between children i and i + 1: the labels below it are in front. Bounds that are
 // not in use are kUnused, so that a search may look at all of them.
-struct Inner {
+struct alignas(kChunkAlignment) Inner {
   std::uint32_t count;
   std::uint32_t child[kChildren];
   std::uint32_t low[kChildren - 1];
 };
+static_assert(sizeof(Leaf) == kNodeWords * sizeof(std::uint32_t) && sizeof(Inner) == sizeof(Leaf));
 
-union alignas(kChunkAlignment) Node {
-  Leaf leaf;
-  Inner inner;
-  std::uint32_t next_free;
-};
-static_assert(sizeof(Node) == kNodeWords * sizeof(std::uint32_t));
-
-// Node 0 is never used: it stands for none.
+// Nodes of one kind, by number. In a free one the next free one stands in place of the count.
+template <typename Node>
 class NodePool {
  public:
   [[nodiscard]] bool reserve(std::uint32_t n) noexcept {
@@ -48,28 +43,30 @@ class NodePool {
     return true;
   }
   std::uint32_t take() noexcept {
-    if (free_ == 0) return fresh_++;
+    if (free_count_ == 0) return fresh_++;
     const std::uint32_t node = free_;
-    free_ = nodes_[node].next_free;
+    free_ = nodes_[node].count;
     --free_count_;
     return node;
   }
   void give(std::uint32_t node) noexcept {
-    nodes_[node].next_free = free_;
+    nodes_[node].count = free_;
     free_ = node;
     ++free_count_;
   }
-  Leaf &leaf(std::uint32_t node) noexcept { return nodes_[node].leaf; }
-  Inner &inner(std::uint32_t node) noexcept { return nodes_[node].inner; }
+  Node &operator[](std::uint32_t node) noexcept { return nodes_[node]; }
 
  private:
   ChunkedArray<Node, 64> nodes_;
   std::uint32_t free_ = 0;
   std::uint32_t free_count_ = 0;
-  std::uint32_t fresh_ = 1;
+  std::uint32_t fresh_ = 0;
 };
 
-constinit NodePool nodes;
+// Apart from one another: inner nodes are few, and lie so densely that they stay in the caches,
+// those of the address translation included.
+constinit NodePool<Leaf> leaves;
+constinit NodePool<Inner> inners;
 
 // Number of labels below one among sorted ones.
 std::uint32_t count_below(const std::uint32_t *labels, std::uint32_t n,
@@ -153,80 +150,83 @@ std::uint32_t balance(Inner &left, Inner &right, std::uint32_t low, std::uint32_
 }
 
 // Divides the full child i of a node that is not full.
-void divide(Inner &parent, std::uint32_t i, bool leaves) noexcept {
+void divide(Inner &parent, std::uint32_t i, bool leaves_below) noexcept {
   const std::uint32_t left = parent.child[i];
-  const std::uint32_t right = nodes.take();
+  const std::uint32_t right = leaves_below ? leaves.take() : inners.take();
   std::uint32_t low = 0;
-  if (leaves) {
-    Leaf &from = nodes.leaf(left);
-    Leaf &to = nodes.leaf(right);
+  if (leaves_below) {
+    Leaf &from = leaves[left];
+    Leaf &to = leaves[right];
     to.count = 0;
     // At the end of a node labels are probably added in order: the left one stays nearly full.
     const bool last = i + 1 == parent.count;
     balance(from, to, last ? kLeafLabels - kLeafLabels / 8 : kLeafLabels / 2);
     low = to.labels[0];
   } else {
-    nodes.inner(right).count = 0;
-    low = balance(nodes.inner(left), nodes.inner(right), 0, kChildren / 2);
+    inners[right].count = 0;
+    low = balance(inners[left], inners[right], 0, kChildren / 2);
   }
   insert_child(parent, i + 1, low, right);
 }
 
 // Puts children i and i + 1 of a node together, or gives each half of what they have.
-void merge(Inner &parent, std::uint32_t i, bool leaves) noexcept {
+void merge(Inner &parent, std::uint32_t i, bool leaves_below) noexcept {
   const std::uint32_t left = parent.child[i];
   const std::uint32_t right = parent.child[i + 1];
   std::uint32_t &low = parent.low[i];
   bool whole = false;
-  if (leaves) {
-    Leaf &to = nodes.leaf(left);
-    Leaf &from = nodes.leaf(right);
+  if (leaves_below) {
+    Leaf &to = leaves[left];
+    Leaf &from = leaves[right];
     const std::uint32_t n = to.count + from.count;
     whole = n <= kLeafLabels * 3 / 4;
     balance(to, from, whole ? n : n / 2);
     if (!whole) low = from.labels[0];
   } else {
-    Inner &to = nodes.inner(left);
-    Inner &from = nodes.inner(right);
+    Inner &to = inners[left];
+    Inner &from = inners[right];
     const std::uint32_t n = to.count + from.count;
     whole = n <= kChildren * 3 / 4;
     low = balance(to, from, low, whole ? n : n / 2);
   }
   if (!whole) return;
   erase_child(parent, i + 1);
-  nodes.give(right);
+  leaves_below ? leaves.give(right) : inners.give(right);
 }
 
 // The leaf where a label would lie.
 std::uint32_t leaf_for(std::uint32_t node, std::uint32_t height, std::uint32_t label) noexcept {
   for (std::uint32_t level = height; level > 1; --level) {
-    const Inner &inner = nodes.inner(node);
+    const Inner &inner = inners[node];
     node = inner.child[child_for(inner, label)];
   }
-  fetch_ahead(&nodes.leaf(node));
+  fetch_ahead(&leaves[node]);
   return node;
 }
 
 LabelSet::Run run_of(std::uint32_t leaf) noexcept {
-  return {nodes.leaf(leaf).labels, nodes.leaf(leaf).count};
+  return {leaves[leaf].labels, leaves[leaf].count};
 }
 
 void give_tree(std::uint32_t node, std::uint32_t height) noexcept {
   if (height > 1) {
-    const Inner &inner = nodes.inner(node);
+    const Inner &inner = inners[node];
     for (std::uint32_t i = 0; i < inner.count; ++i) give_tree(inner.child[i], height - 1);
+    inners.give(node);
+  } else {
+    leaves.give(node);
   }
-  nodes.give(node);
 }
 
 }  // namespace
 
-bool LabelSet::reserve() noexcept { return nodes.reserve(kMaxHeight + 1); }
+// An insertion divides a leaf and every inner node above it, and puts one on top, at most.
+bool LabelSet::reserve() noexcept { return leaves.reserve(1) && inners.reserve(kMaxHeight); }
 
 // From the labels in the object to a tree of one leaf.
 void LabelSet::grow_tree() noexcept {
-  const std::uint32_t node = nodes.take();
-  Leaf &leaf = nodes.leaf(node);
+  const std::uint32_t node = leaves.take();
+  Leaf &leaf = leaves[node];
   leaf.count = size_;
   copy_words(leaf.labels, few_, size_);
   root_ = node;
@@ -236,8 +236,8 @@ void LabelSet::grow_tree() noexcept {
 // Half as many as would make a tree again.
 void LabelSet::shrink_tree() noexcept {
   const std::uint32_t node = root_;
-  copy_words(few_, nodes.leaf(node).labels, size_);
-  nodes.give(node);
+  copy_words(few_, leaves[node].labels, size_);
+  leaves.give(node);
   height_ = 0;
 }
 
@@ -253,11 +253,11 @@ void LabelSet::insert(std::uint32_t label) noexcept {
     grow_tree();
   }
   const auto is_full = [](std::uint32_t node, bool leaf) {
-    return leaf ? nodes.leaf(node).count == kLeafLabels : nodes.inner(node).count == kChildren;
+    return leaf ? leaves[node].count == kLeafLabels : inners[node].count == kChildren;
   };
   if (is_full(root_, height_ == 1)) {
-    const std::uint32_t root = nodes.take();
-    Inner &inner = nodes.inner(root);
+    const std::uint32_t root = inners.take();
+    Inner &inner = inners[root];
     inner.count = 1;
     inner.child[0] = root_;
     std::ranges::fill(inner.low, kUnused);
@@ -267,16 +267,16 @@ void LabelSet::insert(std::uint32_t label) noexcept {
   }
   std::uint32_t node = root_;
   for (std::uint32_t level = height_; level > 1; --level) {
-    Inner &inner = nodes.inner(node);
+    Inner &inner = inners[node];
     std::uint32_t i = child_for(inner, label);
-    if (level == 2) fetch_ahead(&nodes.leaf(inner.child[i]));
+    if (level == 2) fetch_ahead(&leaves[inner.child[i]]);
     if (is_full(inner.child[i], level == 2)) {
       divide(inner, i, level == 2);
       i = child_for(inner, label);
     }
     node = inner.child[i];
   }
-  Leaf &leaf = nodes.leaf(node);
+  Leaf &leaf = leaves[node];
   const std::uint32_t at = count_below(leaf.labels, leaf.count, label);
   if (at < leaf.count && leaf.labels[at] == label) return;
   insert_word(leaf.labels, leaf.count++, at, label);
@@ -292,24 +292,24 @@ void LabelSet::erase(std::uint32_t label) noexcept {
   }
   std::uint32_t node = root_;
   for (std::uint32_t level = height_; level > 1; --level) {
-    Inner &inner = nodes.inner(node);
+    Inner &inner = inners[node];
     std::uint32_t i = child_for(inner, label);
     const std::uint32_t child = inner.child[i];
-    const bool empty = level == 2 ? nodes.leaf(child).count <= kLeafLabels / 4
-                                  : nodes.inner(child).count <= kChildren / 4;
+    const bool empty =
+        level == 2 ? leaves[child].count <= kLeafLabels / 4 : inners[child].count <= kChildren / 4;
     if (empty) {
       merge(inner, std::min(i, inner.count - 2), level == 2);
       i = child_for(inner, label);
     }
     const std::uint32_t below = inner.child[i];
     if (node == root_ && inner.count == 1) {
-      nodes.give(node);
+      inners.give(node);
       root_ = below;
       --height_;
     }
     node = below;
   }
-  Leaf &leaf = nodes.leaf(node);
+  Leaf &leaf = leaves[node];
   const std::uint32_t at = count_below(leaf.labels, leaf.count, label);
   if (at == leaf.count || leaf.labels[at] != label) return;
   erase_word(leaf.labels, leaf.count--, at);
@@ -355,7 +355,7 @@ LabelSet::Runs::Runs(const LabelSet &set, std::uint32_t from) noexcept {
   }
   std::uint32_t node = set.root_;
   for (steps_ = 0; steps_ < set.height_ - 1u; ++steps_) {
-    const Inner &inner = nodes.inner(node);
+    const Inner &inner = inners[node];
     path_[steps_] = {node, child_for(inner, from)};
     node = inner.child[path_[steps_].child];
   }
@@ -366,25 +366,25 @@ LabelSet::Runs::Runs(const LabelSet &set, std::uint32_t from) noexcept {
 void LabelSet::Runs::enter_leaf() noexcept {
   constexpr std::uint32_t kAhead = 4;
   const Step &step = path_[steps_ - 1];
-  const Inner &inner = nodes.inner(step.node);
+  const Inner &inner = inners[step.node];
   const bool first = step.child == 0 || run_.empty();
   const std::uint32_t end = std::min(inner.count, step.child + kAhead + 1);
   for (std::uint32_t i = first ? step.child : end - 1; i < end; ++i) {
-    fetch_ahead(&nodes.leaf(inner.child[i]));
+    fetch_ahead(&leaves[inner.child[i]]);
   }
   run_ = run_of(inner.child[step.child]);
 }
 
 void LabelSet::Runs::next() noexcept {
   std::uint32_t at = steps_;
-  while (at != 0 && path_[at - 1].child + 1 == nodes.inner(path_[at - 1].node).count) --at;
+  while (at != 0 && path_[at - 1].child + 1 == inners[path_[at - 1].node].count) --at;
   if (at == 0) {
     run_ = {};
     return;
   }
   ++path_[at - 1].child;
   for (; at < steps_; ++at) {
-    path_[at] = {nodes.inner(path_[at - 1].node).child[path_[at - 1].child], 0};
+    path_[at] = {inners[path_[at - 1].node].child[path_[at - 1].child], 0};
   }
   enter_leaf();
 }

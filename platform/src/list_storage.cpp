@@ -17,10 +17,6 @@ constexpr std::uint32_t kKeptStorages = 32;
 constinit std::array<ListStorage *, kKeptStorages> kept{};
 constinit std::uint32_t kept_count = 0;
 
-std::uint32_t bytes_for(std::size_t size) noexcept {
-  return static_cast<std::uint32_t>(sizeof(ListAttribute) + (size + 7) / 8 * 8);
-}
-
 // Chunks double up to kLargestStep; a larger value gets a chunk of its own size.
 ListChunk *new_chunk(std::uint32_t capacity_before, std::uint32_t needed) noexcept {
   const std::uint32_t capacity = std::max(std::min(capacity_before * 2, kLargestStep), needed);
@@ -52,32 +48,11 @@ void unpin_list_storage(ListStorage *storage) noexcept {
   }
 }
 
-bool append(ListStorage &storage, std::uint32_t type, Bytes value) noexcept {
-  const std::uint32_t needed = bytes_for(value.size());
-  ListChunk *chunk = storage.last;
-  if (chunk->capacity - chunk->used < needed) {
-    ListChunk *fresh = new_chunk(chunk->capacity, needed);
-    if (fresh == nullptr) return false;
-    chunk = chunk->next = storage.last = fresh;
-  }
-  auto *attribute = ::new (chunk->bytes() + chunk->used)
-      ListAttribute{type, static_cast<std::uint32_t>(value.size())};
-  value.copy(attribute->value(), value.size());
-  chunk->used += needed;
-  ++storage.count;
+bool add_list_chunk(ListStorage &storage, std::uint32_t needed) noexcept {
+  ListChunk *fresh = new_chunk(storage.last->capacity, needed);
+  if (fresh == nullptr) return false;
+  storage.last = storage.last->next = fresh;
   return true;
-}
-
-ListAttribute *ListWalk::next() noexcept {
-  if (remaining_ == 0) return nullptr;
-  --remaining_;
-  while (offset_ == chunk_->used) {
-    chunk_ = chunk_->next;
-    offset_ = 0;
-  }
-  auto *attribute = reinterpret_cast<ListAttribute *>(chunk_->bytes() + offset_);
-  offset_ += bytes_for(attribute->size);
-  return attribute;
 }
 
 }  // namespace kivo_platform

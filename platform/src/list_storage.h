@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 
 #include "stored_attributes.h"
 
@@ -24,6 +25,10 @@ struct ListAttribute {
   std::uint32_t type;
   std::uint32_t size;
 
+  // Of an attribute with a value of this size.
+  static constexpr std::uint32_t bytes_for(std::uint32_t size) noexcept {
+    return static_cast<std::uint32_t>(sizeof(ListAttribute)) + ((size + 7) & ~UINT32_C(7));
+  }
   char *value() noexcept { return reinterpret_cast<char *>(this + 1); }
   const char *value() const noexcept { return reinterpret_cast<const char *>(this + 1); }
 };
@@ -43,7 +48,17 @@ class ListWalk {
       : chunk_(&storage.first), remaining_(storage.count) {}
 
   // The next attribute, null at the end.
-  ListAttribute *next() noexcept;
+  ListAttribute *next() noexcept {
+    if (remaining_ == 0) return nullptr;
+    --remaining_;
+    while (offset_ == chunk_->used) {
+      chunk_ = chunk_->next;
+      offset_ = 0;
+    }
+    auto *attribute = reinterpret_cast<ListAttribute *>(chunk_->bytes() + offset_);
+    offset_ += ListAttribute::bytes_for(attribute->size);
+    return attribute;
+  }
 
  private:
   ListChunk *chunk_;
@@ -55,6 +70,21 @@ class ListWalk {
 ListStorage *new_list_storage() noexcept;
 void unpin_list_storage(ListStorage *storage) noexcept;
 
-[[nodiscard]] bool append(ListStorage &storage, std::uint32_t type, Bytes value) noexcept;
+// Adds a chunk with room for so many bytes of attributes; false without memory.
+[[nodiscard]] bool add_list_chunk(ListStorage &storage, std::uint32_t needed) noexcept;
+
+[[nodiscard]] inline bool append(ListStorage &storage, std::uint32_t type, Bytes value) noexcept {
+  const auto size = static_cast<std::uint32_t>(value.size());
+  const std::uint32_t needed = ListAttribute::bytes_for(size);
+  if (storage.last->capacity - storage.last->used < needed && !add_list_chunk(storage, needed)) {
+    return false;
+  }
+  ListChunk &chunk = *storage.last;
+  auto *attribute = ::new (chunk.bytes() + chunk.used) ListAttribute{type, size};
+  copy_bytes(attribute->value(), value);
+  chunk.used += needed;
+  ++storage.count;
+  return true;
+}
 
 }  // namespace kivo_platform

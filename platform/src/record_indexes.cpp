@@ -61,11 +61,11 @@ class Removals {
   };
 
   void make() noexcept {
-    const std::span<Removal> removals(removals_.data(), count_);
-    for (Removal &removal : removals) removal.index->prefetch_label(removal.key, label_);
-    for (Removal &removal : removals) {
-      removal.index->remove(label_, removal.key);
-    }
+    const std::span<const Removal> removals(removals_.data(), count_);
+    TouchedSets sets;
+    for (const Removal &removal : removals) sets.add(*removal.index, removal.key);
+    sets.prefetch(label_);
+    for (const Removal &removal : removals) removal.index->remove(label_, removal.key);
     count_ = 0;
   }
 
@@ -87,7 +87,7 @@ bool fill_from_records(ValueIndex &index, std::uint32_t type) noexcept {
 }  // namespace
 
 std::unique_ptr<RecordIndexes> RecordIndexes::make() noexcept {
-  if (!draw_digest_key()) return nullptr;
+  if (!draw_digest_keys()) return nullptr;
   std::unique_ptr<RecordIndexes> indexes(new (std::nothrow) RecordIndexes);
   if (indexes != nullptr && indexes->index_of(AAA_ATTR_INTERFACE_ID) == nullptr) return nullptr;
   return indexes;
@@ -140,26 +140,15 @@ void RecordIndexes::leave_all(std::uint32_t label, const StoredAttributes &attri
   });
 }
 
-void RecordIndexes::prefetch(std::span<const TypedValue> values, std::uint32_t label) noexcept {
-  std::array<ValueIndex::Key, kPrefetched> keys;
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    keys[i] = ValueIndex::Key(values[i].value);
-    indexes_[values[i].type]->prefetch(keys[i]);
-  }
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    ValueIndex &index = *indexes_[values[i].type];
-    if (index.mostly_shared()) index.prefetch_label(keys[i], label);
-  }
-}
-
 void RecordIndexes::prefetch_change(std::uint32_t label, std::uint32_t type, Bytes from,
                                     Bytes to) noexcept {
   ValueIndex *index = indexes_[type];
   if (index == nullptr) return;
-  const ValueIndex::Key left(from);
-  index->prefetch(left);
-  index->prefetch(ValueIndex::Key(to));
-  index->prefetch_label(left, label);
+  const std::array<ValueIndex::Key, 2> keys = {ValueIndex::Key(from), ValueIndex::Key(to)};
+  for (const ValueIndex::Key &key : keys) index->prefetch(key);
+  TouchedSets sets;
+  for (const ValueIndex::Key &key : keys) sets.add(*index, key);
+  sets.prefetch(label);
 }
 
 }  // namespace kivo_platform

@@ -17,9 +17,21 @@
 
 namespace kivo_platform {
 
-struct TypedValue {
-  std::uint32_t type;
-  Bytes value;
+// The sets that a label is about to enter or to leave. What this will read is fetched in two steps,
+// of all sets together: the sets themselves, then the places in them. A full one takes no more.
+class TouchedSets {
+ public:
+  void add(ValueIndex &index, const ValueIndex::Key &key) noexcept {
+    if (count_ == sets_.size()) return;
+    if (const LabelSet *set = index.prefetch_labels(key); set != nullptr) sets_[count_++] = set;
+  }
+  void prefetch(std::uint32_t label) const noexcept {
+    for (std::size_t i = count_; i-- != 0;) sets_[i]->prefetch(label);
+  }
+
+ private:
+  std::size_t count_ = 0;
+  std::array<const LabelSet *, 8> sets_;
 };
 
 class RecordIndexes {
@@ -33,19 +45,26 @@ class RecordIndexes {
     return indexes_[type] != nullptr ? indexes_[type] : build_index(type);
   }
 
+  bool has_index(std::uint32_t type) const noexcept {
+    return type <= AAA_ATTR_TYPE_MAX && indexes_[type] != nullptr;
+  }
+
   // Enters a value, or the addresses of a value of type 10, that the record did not hold so far.
   [[nodiscard]] bool enter(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
     return indexes_[type] == nullptr || enter_indexed(label, type, value);
   }
   void leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
-  // These values, at most kPrefetched, of indexed types are probably about to be entered, perhaps
-  // for this label.
-  static constexpr std::size_t kPrefetched = 16;
-  bool has_index(std::uint32_t type) const noexcept {
-    return type <= AAA_ATTR_TYPE_MAX && indexes_[type] != nullptr;
+  // A value is probably about to be entered: has the memory fetched that this will read of its
+  // index, and, some time later, of the labels that share it.
+  void prefetch(std::uint32_t type, Bytes value) noexcept {
+    if (has_index(type)) indexes_[type]->prefetch(ValueIndex::Key(value));
   }
-  void prefetch(std::span<const TypedValue> values, std::uint32_t label) noexcept;
+  void prefetch_labels(std::uint32_t type, Bytes value, TouchedSets &sets) noexcept {
+    if (has_index(type) && indexes_[type]->mostly_shared()) {
+      sets.add(*indexes_[type], ValueIndex::Key(value));
+    }
+  }
   // A record is about to enter one value and leave the other.
   void prefetch_change(std::uint32_t label, std::uint32_t type, Bytes from, Bytes to) noexcept;
 

@@ -108,8 +108,9 @@ class RefTable {
   static constexpr std::uint32_t kFirstBuckets = 8192 / kLineBytes;
   // The hashes of a bucket agree in their lowest bits, so one bit of those stored is free.
   static constexpr std::uint32_t kMark = 1;
-  // Entries for each bucket, in quarters; more would cost second lines.
-  static constexpr std::uint32_t kFillQuarters = kLineEntries * 3;
+  // Entries for each bucket, in thirds. While some buckets are divided and some are not, the latter
+  // hold half as many again: then they are full on average.
+  static constexpr std::uint32_t kFillThirds = kLineEntries * 2;
 
   std::uint32_t bucket_of(std::uint32_t hash) const noexcept {
     const std::uint32_t bucket = hash & (2 * round_buckets_ - 1);
@@ -144,7 +145,7 @@ void RefTable<Payload, kLineBytes>::insert(std::uint32_t hash, Payload payload) 
   while (last->next != 0) last = &overflow_[last->next - 1];
   append(last, hash & ~kMark, payload);
   ++size_;
-  if (std::uint64_t{size_} * 4 > std::uint64_t{bucket_count_} * kFillQuarters) split_next_bucket();
+  if (std::uint64_t{size_} * 3 > std::uint64_t{bucket_count_} * kFillThirds) split_next_bucket();
 }
 
 // The last entry of the bucket takes the place.

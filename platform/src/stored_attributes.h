@@ -51,6 +51,35 @@ inline bool same_bytes(Bytes a, Bytes b) noexcept {
   return true;
 }
 
+// Copies a value to where it does not lie, without a call for the short ones. Both ends are loaded
+// before either is stored.
+inline void copy_bytes(char *to, Bytes value) noexcept {
+  const char *const from = value.data();
+  const std::size_t size = value.size();
+  const auto copy_ends = [&]<typename Word>(Word) {
+    Word first;
+    Word last;
+    std::memcpy(&first, from, sizeof(Word));
+    std::memcpy(&last, from + size - sizeof(Word), sizeof(Word));
+    std::memcpy(to, &first, sizeof(Word));
+    std::memcpy(to + size - sizeof(Word), &last, sizeof(Word));
+  };
+  struct SixteenBytes {
+    std::uint64_t words[2];
+  };
+  if (size > 2 * sizeof(SixteenBytes)) {
+    std::memcpy(to, from, size);
+  } else if (size >= sizeof(SixteenBytes)) {
+    copy_ends(SixteenBytes{});
+  } else if (size >= sizeof(std::uint64_t)) {
+    copy_ends(std::uint64_t{});
+  } else if (size >= sizeof(std::uint32_t)) {
+    copy_ends(std::uint32_t{});
+  } else {
+    for (std::size_t at = 0; at < size; ++at) to[at] = from[at];
+  }
+}
+
 // Attributes that follow one another in one piece of memory, which it does not own. In front of it
 // lie kSlack bytes more that may be read.
 class Segment {
@@ -81,6 +110,7 @@ class Segment {
     return at(item.index + 1, item.offset + item.stored());
   }
   Item end() const noexcept { return {count_, value_bytes_, 0, 0}; }
+  bool holds(std::uint32_t type) const noexcept { return index_of(type) < count_; }
   // The attribute of a type, or the end.
   Item find(std::uint32_t type) const noexcept {
     const std::uint32_t index = index_of(type);
@@ -101,7 +131,7 @@ class Segment {
 
   // There is room for each of these. The bytes may be those of a stored value.
   void append(std::uint32_t type, Bytes value) noexcept {
-    std::memcpy(add(type, static_cast<std::uint32_t>(value.size())), value.data(), value.size());
+    copy_bytes(add(type, static_cast<std::uint32_t>(value.size())), value);
   }
   // Adds a value in two pieces.
   void append(std::uint32_t type, Bytes head, Bytes tail) noexcept;
@@ -205,15 +235,17 @@ class StoredAttributes {
     return {item.type != 0, false, item, segment.value(item)};
   }
 
-  // Whether append() would have room for a value of a type that is absent. Most values are written
-  // so, when a session begins; any other write takes an AttributeWrite.
-  bool can_append(std::uint32_t size) const noexcept {
-    return block_ == nullptr &&
-           inside().used() + Segment::stored_size(size) + Segment::kEntryBytes <= kInlineBytes;
+  // Whether the type is absent, its value is not long and append() would have room for it. Most
+  // values are written so, when a session begins; any other write takes an AttributeWrite.
+  bool can_append(std::uint32_t type, std::uint32_t size) const noexcept {
+    const Segment segment = inside();
+    return block_ == nullptr && size < Segment::kLongSize &&
+           segment.used() + size + Segment::kEntryBytes <= kInlineBytes && !segment.holds(type);
   }
-  void append(std::uint32_t type, Bytes value) noexcept {
+  void append(std::uint32_t type, const void *value, std::uint32_t size) noexcept {
+    if (size >= Segment::kLongSize) __builtin_unreachable();
     Segment segment = inside();
-    segment.append(type, value);
+    segment.append(type, as_bytes(value, size));
     update_inside(segment);
   }
 

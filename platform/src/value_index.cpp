@@ -88,10 +88,12 @@ void ValueIndex::prefetch(const Key &key) noexcept {
   with_table(key.digest.width, [&](auto &table) { table.prefetch(key.digest.hash); });
 }
 
-void ValueIndex::prefetch_label(const Key &key, std::uint32_t label) noexcept {
+const LabelSet *ValueIndex::prefetch_labels(const Key &key) noexcept {
+  if (!mostly_shared()) return nullptr;
   const Found found =
       with_table(key.digest.width, [&](auto &table) { return find_in(table, key.digest); });
-  if (found.shared != nullptr) found.shared->prefetch(label);
+  if (found.shared != nullptr) fetch_ahead(found.shared);
+  return found.shared;
 }
 
 static std::uint32_t number_in(Bytes value) noexcept {

@@ -42,10 +42,10 @@ class ValueIndex {
   void remove(std::uint32_t label, const Key &key) noexcept;
 
   // Has memory fetched that an addition or a removal will read: first the table's, and, some time
-  // later, that of the label among those of a shared value.
+  // later, the labels that share the value, whose own prefetch() is the third step. Null when there
+  // are none; not asked where most values have one session.
   void prefetch(const Key &key) noexcept;
-  void prefetch_label(const Key &key, std::uint32_t label) noexcept;
-  // Whether most values have several sessions, so that there is a label to prefetch.
+  const LabelSet *prefetch_labels(const Key &key) noexcept;
   bool mostly_shared() const noexcept { return postings_live_ > values() / 2; }
 
   // The sessions of a value: shared is set when there are several, else label is the one or 0.
@@ -97,7 +97,11 @@ class ValueIndex {
    public:
     AnyEntry() noexcept = default;
     AnyEntry(const ValueDigest &digest, std::uint32_t ref) noexcept : ref_(ref), tag_(digest.tag) {}
-    bool is_of(const ValueDigest &digest) const noexcept { return tag_ == digest.tag; }
+    bool is_of(const ValueDigest &digest) const noexcept {
+      std::uint32_t differences = 0;
+      for (std::size_t i = 0; i < tag_.size(); ++i) differences |= tag_[i] ^ digest.tag[i];
+      return differences == 0;
+    }
     std::uint32_t ref() const noexcept { return ref_; }
 
    private:
