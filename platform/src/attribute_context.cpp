@@ -31,19 +31,32 @@ bool in_dictionary(std::uint32_t type) noexcept { return type >= 1 && type <= AA
 
 bool is_record(const auth_ctxt *ctxt) noexcept { return ctxt->record.label != 0; }
 
-// Makes the value of a type its first `keep` bytes and `tail`. With keep, nothing leaves an index.
+// Tells the indexes of a write. With keep, nothing leaves one.
+bool change_indexes(const auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old,
+                    std::uint32_t keep, Bytes tail) noexcept {
+  if (!is_record(ctxt)) return true;
+  RecordIndexes &indexes = *record_indexes();
+  if (old.found && keep == 0) return indexes.change(ctxt->record.label, type, old.bytes, tail);
+  if (!indexes.enter(ctxt->record.label, type, tail)) return false;
+  if (!old.found) indexes.gained(type);
+  return true;
+}
+
+// Makes the value of a type its first `keep` bytes and `tail`.
 std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old, std::uint32_t keep,
                     Bytes tail) noexcept {
   AttributeWrite pending(ctxt->attributes, type, old, keep, tail);
   if (!pending.prepare()) return AAA_ERR_NO_MEMORY;
-  if (is_record(ctxt)) {
-    RecordIndexes &indexes = *record_indexes();
-    if (old.found && keep == 0) indexes.prefetch_change(ctxt->record.label, type, old.bytes, tail);
-    if (!indexes.enter(ctxt->record.label, type, tail)) return AAA_ERR_NO_MEMORY;
-    if (!old.found) indexes.gained(type);
-    if (old.found && keep == 0) indexes.leave(ctxt->record.label, type, old.bytes);
-  }
+  if (!change_indexes(ctxt, type, old, keep, tail)) return AAA_ERR_NO_MEMORY;
   pending.commit();
+  return PLATFORM_OK;
+}
+
+// The same for a value that takes the place of one of its size.
+std::uint32_t overwrite(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old,
+                        Bytes value) noexcept {
+  if (!change_indexes(ctxt, type, old, 0, value)) return AAA_ERR_NO_MEMORY;
+  ctxt->attributes.overwrite(old, value);
   return PLATFORM_OK;
 }
 
@@ -51,7 +64,9 @@ std::uint32_t write(auth_ctxt *ctxt, std::uint32_t type, const StoredValue &old,
                                             std::uint32_t *changed) noexcept {
   const StoredValue old = ctxt->attributes.find(type);
   if (old.found && same_bytes(old.bytes, value)) return PLATFORM_OK;
-  const std::uint32_t status = write(ctxt, type, old, 0, value);
+  const std::uint32_t status = old.found && old.bytes.size() == value.size()
+                                   ? overwrite(ctxt, type, old, value)
+                                   : write(ctxt, type, old, 0, value);
   if (status == PLATFORM_OK && changed != nullptr) *changed = 1;
   return status;
 }

@@ -18,13 +18,22 @@ constexpr std::uint32_t kLeafLabels = kNodeWords - 1;
 constexpr std::uint32_t kChildren = 32;
 constexpr std::uint32_t kUnused = UINT32_MAX;
 
+constexpr std::uint32_t kFewLabels = 15;
+
+// Places of labels and bounds that are not in use are kUnused, so that a search may look at all of
+// them: none is below a label.
+struct alignas(kChunkAlignment) Few {
+  std::uint32_t count;  // not in use
+  std::uint32_t labels[kFewLabels];
+};
+static_assert(sizeof(Few) == kChunkAlignment);
+
 struct alignas(kChunkAlignment) Leaf {
   std::uint32_t count;
   std::uint32_t labels[kLeafLabels];
 };
 
-// low[i] is a bound between children i and i + 1: the labels below it are in front. Bounds that are
-// not in use are kUnused, so that a search may look at all of them.
+// low[i] is a bound between children i and i + 1: the labels below it are in front.
 struct alignas(kChunkAlignment) Inner {
   std::uint32_t count;
   std::uint32_t child[kChildren];
@@ -36,8 +45,9 @@ static_assert(sizeof(Leaf) == kNodeWords * sizeof(std::uint32_t) && sizeof(Inner
 template <typename Node>
 class NodePool {
  public:
+  bool has(std::uint32_t n) const noexcept { return nodes_.capacity() + free_count_ >= fresh_ + n; }
   [[nodiscard]] bool reserve(std::uint32_t n) noexcept {
-    while (nodes_.capacity() + free_count_ < fresh_ + n) {
+    while (!has(n)) {
       if (!nodes_.grow()) return false;
     }
     return true;
@@ -65,15 +75,28 @@ class NodePool {
 
 // Apart from one another: inner nodes are few, and lie so densely that they stay in the caches,
 // those of the address translation included.
+constinit NodePool<Few> fews;
 constinit NodePool<Leaf> leaves;
 constinit NodePool<Inner> inners;
 
-// Number of labels below one among sorted ones.
-std::uint32_t count_below(const std::uint32_t *labels, std::uint32_t n,
-                          std::uint32_t label) noexcept {
+// Number of labels of a node below one. Looking at all takes fewer steps than it seems, four at a
+// time, and none of them is a guess.
+template <std::size_t kPlaces>
+std::uint32_t count_below(const std::uint32_t (&labels)[kPlaces], std::uint32_t label) noexcept {
   std::uint32_t below = 0;
-  for (std::uint32_t i = 0; i < n; ++i) below += labels[i] < label ? 1 : 0;
+  for (const std::uint32_t held : labels) below += held < label ? 1 : 0;
   return below;
+}
+
+template <typename Node>
+bool holds(const Node &node, std::uint32_t count, std::uint32_t label) noexcept {
+  const std::uint32_t at = count_below(node.labels, label);
+  return at < count && node.labels[at] == label;
+}
+
+template <typename Node>
+void forget_labels(Node &node, std::uint32_t from) noexcept {
+  std::fill(node.labels + from, std::end(node.labels), kUnused);
 }
 
 std::uint32_t child_for(const Inner &inner, std::uint32_t label) noexcept {
@@ -125,6 +148,8 @@ void balance(Leaf &left, Leaf &right, std::uint32_t n_left) noexcept {
     right.count += n;
   }
   left.count = n_left;
+  forget_labels(left, left.count);
+  forget_labels(right, right.count);
 }
 
 // The same with children. `low` is the bound between the two nodes; returns the new one.
@@ -220,36 +245,75 @@ void give_tree(std::uint32_t node, std::uint32_t height) noexcept {
 
 }  // namespace
 
-// An insertion divides a leaf and every inner node above it, and puts one on top, at most.
-bool LabelSet::reserve() noexcept { return leaves.reserve(1) && inners.reserve(kMaxHeight); }
+// An insertion takes a piece for few labels, or divides a leaf and every inner node above it and
+// puts one on top, at most.
+bool LabelSet::reserve() noexcept {
+  return fews.reserve(1) && leaves.reserve(1) && inners.reserve(kMaxHeight);
+}
 
-// From the labels in the object to a tree of one leaf.
+// ---- Few labels
+
+LabelSet::Run LabelSet::few_labels() const noexcept {
+  return size_ != 0 ? Run{fews[root_].labels, size_} : Run{};
+}
+
+// False when there is no room.
+bool LabelSet::insert_into_few(std::uint32_t label) noexcept {
+  if (size_ == 0) {
+    root_ = fews.take();
+    forget_labels(fews[root_], 0);
+  }
+  Few &few = fews[root_];
+  const std::uint32_t at = count_below(few.labels, label);
+  if (at < size_ && few.labels[at] == label) return true;
+  if (size_ == kFewLabels) return false;
+  insert_word(few.labels, size_++, at, label);
+  return true;
+}
+
+void LabelSet::erase_from_few(std::uint32_t label) noexcept {
+  if (size_ == 0) return;
+  Few &few = fews[root_];
+  const std::uint32_t at = count_below(few.labels, label);
+  if (at == size_ || few.labels[at] != label) return;
+  erase_word(few.labels, size_--, at);
+  few.labels[size_] = kUnused;
+  if (size_ == 0) fews.give(root_);
+}
+
+// To a tree of one leaf.
 void LabelSet::grow_tree() noexcept {
   const std::uint32_t node = leaves.take();
   Leaf &leaf = leaves[node];
   leaf.count = size_;
-  copy_words(leaf.labels, few_, size_);
+  copy_words(leaf.labels, fews[root_].labels, size_);
+  forget_labels(leaf, size_);
+  fews.give(root_);
   root_ = node;
   height_ = 1;
 }
 
-// Half as many as would make a tree again.
+// From a tree of one leaf, with half as many labels as would make a tree again, unless there is no
+// piece at hand.
 void LabelSet::shrink_tree() noexcept {
-  const std::uint32_t node = root_;
-  copy_words(few_, leaves[node].labels, size_);
-  leaves.give(node);
-  height_ = 0;
+  const std::uint32_t leaf = root_;
+  if (size_ == 0) {
+    height_ = 0;
+  } else if (fews.has(1)) {
+    root_ = fews.take();
+    copy_words(fews[root_].labels, leaves[leaf].labels, size_);
+    forget_labels(fews[root_], size_);
+    height_ = 0;
+  }
+  if (height_ == 0) leaves.give(leaf);
 }
+
+// ---- The tree
 
 // Every full node on the way down is divided, so the one below it can be.
 void LabelSet::insert(std::uint32_t label) noexcept {
   if (few()) {
-    const std::uint32_t at = count_below(few_, size_, label);
-    if (at < size_ && few_[at] == label) return;
-    if (size_ < kFewLabels) {
-      insert_word(few_, size_++, at, label);
-      return;
-    }
+    if (insert_into_few(label)) return;
     grow_tree();
   }
   const auto is_full = [](std::uint32_t node, bool leaf) {
@@ -277,7 +341,7 @@ void LabelSet::insert(std::uint32_t label) noexcept {
     node = inner.child[i];
   }
   Leaf &leaf = leaves[node];
-  const std::uint32_t at = count_below(leaf.labels, leaf.count, label);
+  const std::uint32_t at = count_below(leaf.labels, label);
   if (at < leaf.count && leaf.labels[at] == label) return;
   insert_word(leaf.labels, leaf.count++, at, label);
   ++size_;
@@ -285,11 +349,7 @@ void LabelSet::insert(std::uint32_t label) noexcept {
 
 // Every node on the way down that is nearly empty is merged first, so the one below it can be.
 void LabelSet::erase(std::uint32_t label) noexcept {
-  if (few()) {
-    const std::uint32_t at = count_below(few_, size_, label);
-    if (at < size_ && few_[at] == label) erase_word(few_, size_--, at);
-    return;
-  }
+  if (few()) return erase_from_few(label);
   std::uint32_t node = root_;
   for (std::uint32_t level = height_; level > 1; --level) {
     Inner &inner = inners[node];
@@ -310,15 +370,20 @@ void LabelSet::erase(std::uint32_t label) noexcept {
     node = below;
   }
   Leaf &leaf = leaves[node];
-  const std::uint32_t at = count_below(leaf.labels, leaf.count, label);
+  const std::uint32_t at = count_below(leaf.labels, label);
   if (at == leaf.count || leaf.labels[at] != label) return;
   erase_word(leaf.labels, leaf.count--, at);
+  leaf.labels[leaf.count] = kUnused;
   --size_;
   if (height_ == 1 && size_ <= kFewLabels / 2) shrink_tree();
 }
 
 void LabelSet::clear() noexcept {
-  if (!few()) give_tree(root_, height_);
+  if (!few()) {
+    give_tree(root_, height_);
+  } else if (size_ != 0) {
+    fews.give(root_);
+  }
   size_ = 0;
   height_ = 0;
 }
@@ -326,23 +391,27 @@ void LabelSet::clear() noexcept {
 // ---- Reading
 
 void LabelSet::prefetch(std::uint32_t label) const noexcept {
-  if (!few()) leaf_for(root_, height_, label);
+  if (!few()) {
+    leaf_for(root_, height_, label);
+  } else if (size_ != 0) {
+    fetch_ahead(&fews[root_]);
+  }
 }
 
 std::uint32_t *LabelSet::copy_held(Run labels, std::uint32_t *out) const noexcept {
+  if (size_ == 0) return out;
   constexpr std::size_t kTogether = 16;
-  std::array<std::uint32_t, kTogether> leaves;
+  std::array<std::uint32_t, kTogether> leaf;
   for (std::size_t at = 0; at < labels.size(); at += kTogether) {
     const Run some = labels.subspan(at, std::min(kTogether, labels.size() - at));
     if (!few()) {
-      for (std::size_t i = 0; i < some.size(); ++i) leaves[i] = leaf_for(root_, height_, some[i]);
+      for (std::size_t i = 0; i < some.size(); ++i) leaf[i] = leaf_for(root_, height_, some[i]);
     }
     for (std::size_t i = 0; i < some.size(); ++i) {
-      const Run run = few() ? Run{few_, size_} : run_of(leaves[i]);
       const std::uint32_t label = some[i];
-      const std::uint32_t held =
-          count_below(run.data(), static_cast<std::uint32_t>(run.size()), label);
-      if (held < run.size() && run[held] == label) *out++ = label;
+      const bool held = few() ? holds(fews[root_], size_, label)
+                              : holds(leaves[leaf[i]], leaves[leaf[i]].count, label);
+      if (held) *out++ = label;
     }
   }
   return out;
@@ -350,7 +419,7 @@ std::uint32_t *LabelSet::copy_held(Run labels, std::uint32_t *out) const noexcep
 
 LabelSet::Runs::Runs(const LabelSet &set, std::uint32_t from) noexcept {
   if (set.height_ < 2) {
-    run_ = set.few() ? Run{set.few_, set.size_} : run_of(set.root_);
+    run_ = set.few() ? set.few_labels() : run_of(set.root_);
     return;
   }
   std::uint32_t node = set.root_;

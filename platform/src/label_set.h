@@ -1,9 +1,11 @@
 // An ordered set of labels, or of other numbers: the sessions behind a value that several share. Up
-// to kFewLabels lie in the object; more lie in a B+ tree of 256-byte nodes whose leaves form a
-// chain, so that a set is read in runs of some fifty labels and two sets are merged run by run. The
-// nodes of all sets lie in one pool. Invariants: (1) labels ascend; (2) after a successful
-// reserve() the next insert() of any one set cannot fail; nothing else allocates. Threads: none;
-// the process serialises all calls.
+// to fifteen labels lie in one piece of 64 bytes; more lie in a B+ tree of 256-byte nodes, so that
+// a set is read in runs of some fifty labels and two sets are merged run by run. The object itself
+// is small: those of thousands of values stay in the caches, and the way to a set that is no larger
+// than a leaf misses them once. The nodes of all sets lie in common pools.
+// Invariants: (1) labels ascend; (2) after a successful reserve() the next insert() of any one set
+// cannot fail; nothing else allocates.
+// Threads: none; the process serialises all calls.
 #pragma once
 
 #include <cstdint>
@@ -63,19 +65,16 @@ class LabelSet {
   };
 
  private:
-  static constexpr std::uint32_t kFewLabels = 13;
-
   bool few() const noexcept { return height_ == 0; }
+  Run few_labels() const noexcept;
+  bool insert_into_few(std::uint32_t label) noexcept;
+  void erase_from_few(std::uint32_t label) noexcept;
   void grow_tree() noexcept;
   void shrink_tree() noexcept;
 
   std::uint32_t size_ = 0;
-  std::uint16_t height_ = 0;  // levels of the tree; 0 without one
-  union {
-    std::uint32_t few_[kFewLabels] = {};
-    std::uint32_t root_;
-  };
+  std::uint32_t height_ = 0;  // levels of the tree; 0 without one
+  std::uint32_t root_ = 0;    // the tree's, or the piece of the few; none of an empty set
 };
-static_assert(sizeof(LabelSet) == 60);
 
 }  // namespace kivo_platform

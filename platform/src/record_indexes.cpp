@@ -104,6 +104,23 @@ bool RecordIndexes::enter_indexed(std::uint32_t label, std::uint32_t type, Bytes
   return add_to(*indexes_[type], label, type, value);
 }
 
+// The memory of both places is fetched before either is read.
+bool RecordIndexes::change_indexed(std::uint32_t label, std::uint32_t type, Bytes from,
+                                   Bytes to) noexcept {
+  ValueIndex &index = *indexes_[type];
+  const ValueIndex::Key left(from);
+  const ValueIndex::Key entered(to);
+  index.prefetch(left);
+  index.prefetch(entered);
+  TouchedSets sets;
+  sets.add(index, left);
+  sets.add(index, entered);
+  sets.prefetch(label);
+  if (!index.add(label, entered)) return false;
+  index.remove(label, left);
+  return true;
+}
+
 void RecordIndexes::leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
   if (indexes_[type] != nullptr) remove_from(*indexes_[type], label, type, value);
 }
@@ -138,17 +155,6 @@ void RecordIndexes::leave_all(std::uint32_t label, const StoredAttributes &attri
     });
     return true;
   });
-}
-
-void RecordIndexes::prefetch_change(std::uint32_t label, std::uint32_t type, Bytes from,
-                                    Bytes to) noexcept {
-  ValueIndex *index = indexes_[type];
-  if (index == nullptr) return;
-  const std::array<ValueIndex::Key, 2> keys = {ValueIndex::Key(from), ValueIndex::Key(to)};
-  for (const ValueIndex::Key &key : keys) index->prefetch(key);
-  TouchedSets sets;
-  for (const ValueIndex::Key &key : keys) sets.add(*index, key);
-  sets.prefetch(label);
 }
 
 }  // namespace kivo_platform

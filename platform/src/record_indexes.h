@@ -1,9 +1,9 @@
 // Everything that the store keeps about attribute values beside the records: an index for each
 // declared type, always one for interface ids, which keeps them in numeric order, and for every
 // type how many records hold it. Between the attribute service, which reports each change of a
-// record's value, and ValueIndex. Invariants: (1) enter() happens whole or not at all; leave(),
-// gained() and lost() cannot fail; (2) type 10 is entered address by address. Threads: none; the
-// process serialises all calls.
+// record's value, and ValueIndex. Invariants: (1) enter() and change() happen whole or not at all;
+// leave(), gained() and lost() cannot fail; (2) type 10 is entered address by address. Threads:
+// none; the process serialises all calls.
 #pragma once
 
 #include <array>
@@ -53,6 +53,11 @@ class RecordIndexes {
   [[nodiscard]] bool enter(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
     return indexes_[type] == nullptr || enter_indexed(label, type, value);
   }
+  // From one value to another, of any type but 10. Whole or not at all.
+  [[nodiscard]] bool change(std::uint32_t label, std::uint32_t type, Bytes from,
+                            Bytes to) noexcept {
+    return indexes_[type] == nullptr || change_indexed(label, type, from, to);
+  }
   void leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
   // A value is probably about to be entered: has the memory fetched that this will read of its
@@ -65,9 +70,6 @@ class RecordIndexes {
       sets.add(*indexes_[type], ValueIndex::Key(value));
     }
   }
-  // A record is about to enter one value and leave the other.
-  void prefetch_change(std::uint32_t label, std::uint32_t type, Bytes from, Bytes to) noexcept;
-
   // All attributes of a record at once.
   [[nodiscard]] bool enter_all(std::uint32_t label, const StoredAttributes &attributes) noexcept;
   void leave_all(std::uint32_t label, const StoredAttributes &attributes) noexcept;
@@ -84,6 +86,8 @@ class RecordIndexes {
 
  private:
   ValueIndex *build_index(std::uint32_t type) noexcept;
+  [[nodiscard]] bool change_indexed(std::uint32_t label, std::uint32_t type, Bytes from,
+                                    Bytes to) noexcept;
   [[nodiscard]] bool enter_indexed(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
   std::array<ValueIndex *, AAA_ATTR_TYPE_MAX + 1> indexes_{};

@@ -256,6 +256,10 @@ class StoredAttributes {
     return for_each_of(inside(), fn) && (block_ == nullptr || for_each_of(block(), fn));
   }
 
+  // With a value of the same size, which may be stored bytes too.
+  void overwrite(const StoredValue &value, Bytes bytes) noexcept {
+    std::memmove(const_cast<char *>(value.bytes.data()), bytes.data(), bytes.size());
+  }
   // Removes `size` bytes at `offset` of a stored value that keeps at least one byte.
   void cut(const StoredValue &value, std::uint32_t offset, std::uint32_t size) noexcept;
 

@@ -23,9 +23,9 @@ struct ValueDigest {
     kAny,        // all other: the tag
   };
 
-  Width width = Width::kAny;
-  std::uint32_t hash = 0;
-  std::array<std::uint32_t, 3> tag{};
+  Width width;
+  std::uint32_t hash;
+  std::array<std::uint32_t, 3> tag;
 };
 
 // Draws the keys. To be called once, before the first digest; false when the system gives none.

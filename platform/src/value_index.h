@@ -109,12 +109,11 @@ class ValueIndex {
     std::array<std::uint32_t, 3> tag_;
   };
 
-  // 64 bytes, a cache line.
   struct Posting {
     LabelSet labels;
     std::uint32_t next_free = 0;  // number of the next free posting, plus 1
   };
-  static_assert(sizeof(Posting) == 64);
+  static_assert(sizeof(Posting) == 16);
 
   // fn(table) with the table for values of this width.
   template <typename Fn>
