@@ -5,6 +5,7 @@
 
 #include "alloc_tags.h"
 #include "label_reader.h"
+#include "merge_labels.h"
 #include "platform/attrdb.h"
 #include "platform/named_alloc.h"
 #include "platform/status.h"
@@ -48,30 +49,13 @@ struct Side {
   const uint32_t *end = nullptr;
 };
 
-// Which side is the lower one cannot be foreseen, so nothing here branches on it.
-uint32_t *merge_pieces(Side &a, Side &b, uint32_t *out) noexcept {
-  const uint32_t *in_a = a.at;
-  const uint32_t *in_b = b.at;
-  while (in_a != a.end && in_b != b.end) {
-    const uint32_t label_a = *in_a;
-    const uint32_t label_b = *in_b;
-    *out = label_b;
-    out += label_a == label_b ? 1 : 0;
-    in_a += label_a <= label_b ? 1 : 0;
-    in_b += label_b <= label_a ? 1 : 0;
-  }
-  a.at = in_a;
-  b.at = in_b;
-  return out;
-}
-
 bool merge(const kivo_index_list *list_a, const kivo_index_list *list_b,
            kivo_index_list *result) noexcept {
   Side a(list_a);
   Side b(list_b);
-  uint32_t common[LabelReader::kPiece + 1];  // the last one is written, and not counted
+  uint32_t common[LabelReader::kPiece];
   while (a.at != a.end && b.at != b.end) {
-    const uint32_t *end = merge_pieces(a, b, common);
+    const uint32_t *end = kivo_common::merge_labels(a.at, a.end, b.at, b.end, common);
     const auto n = static_cast<uint32_t>(end - common);
     if (n != 0 && append_labels(result, common, n) != KIVO_INDEX_LIST_OK) return false;
     if (a.at == a.end) a.refill();

@@ -5,6 +5,7 @@
 #include <span>
 
 #include "library_references.h"
+#include "merge_labels.h"
 #include "platform/attrdb.h"
 #include "record_indexes.h"
 #include "session_slots.h"
@@ -74,8 +75,7 @@ void advance(LabelSet::Runs &runs, const LabelSet &set, std::uint32_t label) noe
 }
 
 // Which of ascending labels a run holds too; `at` is moved behind the last one that was compared.
-// Nobody can tell which side is next, so nothing here branches on it, unless the run is so short
-// that its labels are better looked up among the others.
+// A run so short that its labels are better looked up among the others is not merged.
 std::uint32_t *keep_held(LabelSet::Run run, const std::uint32_t *&at, const std::uint32_t *end,
                          std::uint32_t *kept) noexcept {
   constexpr std::ptrdiff_t kStepsOfALookUp = 64;
@@ -95,18 +95,7 @@ std::uint32_t *keep_held(LabelSet::Run run, const std::uint32_t *&at, const std:
     return kept;
   }
   const std::uint32_t *held = run.data();
-  const std::uint32_t *const run_end = held + run.size();
-  const std::uint32_t *in = at;
-  while (in != end && held != run_end) {
-    const std::uint32_t label = *in;
-    const std::uint32_t other = *held;
-    *kept = label;
-    kept += label == other ? 1 : 0;
-    in += label <= other ? 1 : 0;
-    held += other <= label ? 1 : 0;
-  }
-  at = in;
-  return kept;
+  return kivo_common::merge_labels(at, end, held, held + run.size(), kept);
 }
 
 std::uint32_t *keep_held(const LabelSet &set, std::span<const std::uint32_t> labels,

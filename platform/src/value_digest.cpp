@@ -9,47 +9,12 @@
 #include <cstring>
 
 namespace kivo_platform {
-namespace {
 
-constexpr std::uint32_t low_half(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
-constexpr std::uint32_t high_half(std::uint64_t word) {
-  return static_cast<std::uint32_t>(word >> 32);
-}
-
-// ---- Up to eight bytes
-
-struct MixingKey {
-  std::uint64_t addend;
-  std::array<std::uint64_t, 3> factors;  // odd
-};
 constinit MixingKey mixing_key{};
 
-// Mixes the lowest kBits over one another, one to one: multiplication by an odd number is, within
-// 2^kBits, and so is adding the upper half to the lower bit by bit.
-template <std::uint32_t kBits>
-std::uint64_t mix(std::uint64_t word) noexcept {
-  constexpr std::uint64_t kMask = UINT64_MAX >> (64 - kBits);
-  word = (word ^ mixing_key.addend) & kMask;
-  for (const std::uint64_t factor : mixing_key.factors) {
-    word = (word * factor) & kMask;
-    word ^= word >> (kBits / 2);
-  }
-  return word;
-}
+namespace {
 
-// The bytes as a number. Values of one size differ in it.
-std::uint64_t word_of(Bytes value) noexcept {
-  const std::size_t size = value.size();
-  std::uint32_t low = 0;
-  std::uint32_t high = 0;
-  if (size < 4) {
-    std::memcpy(&low, value.data(), size);
-    return low;
-  }
-  std::memcpy(&low, value.data(), 4);
-  std::memcpy(&high, value.data() + size - 4, 4);
-  return std::uint64_t{high} << 32 | low;
-}
+// ---- Up to eight bytes
 
 ValueDigest digest_of_short(Bytes value) noexcept {
   const std::uint64_t mixed = mix<64>(word_of(value));
@@ -131,20 +96,9 @@ bool draw_digest_keys() noexcept {
   return true;
 }
 
-ValueDigest digest_of(Bytes value) noexcept {
-  switch (value.size()) {
-    case 4:
-      return {ValueDigest::Width::kFourBytes, low_half(mix<32>(low_half(word_of(value)))), {}};
-    case 6: {
-      // The two halves of the word share two bytes.
-      const std::uint64_t word = word_of(value);
-      const std::uint64_t mixed = mix<48>(low_half(word) | (word >> 48) << 32);
-      return {ValueDigest::Width::kSixBytes, low_half(mixed), {high_half(mixed), 0, 0}};
-    }
-    default:
-      if (value.size() <= sizeof(std::uint64_t)) return digest_of_short(value);
-      return value.size() <= kMediumSizeMax ? digest_of_medium(value) : digest_of_long(value);
-  }
+ValueDigest digest_of_other(Bytes value) noexcept {
+  if (value.size() <= sizeof(std::uint64_t)) return digest_of_short(value);
+  return value.size() <= kMediumSizeMax ? digest_of_medium(value) : digest_of_long(value);
 }
 
 }  // namespace kivo_platform

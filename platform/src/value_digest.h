@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "stored_attributes.h"
 
@@ -31,6 +32,59 @@ struct ValueDigest {
 // Draws the keys. To be called once, before the first digest; false when the system gives none.
 [[nodiscard]] bool draw_digest_keys() noexcept;
 
-ValueDigest digest_of(Bytes value) noexcept;
+constexpr std::uint32_t low_half(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
+constexpr std::uint32_t high_half(std::uint64_t word) {
+  return static_cast<std::uint32_t>(word >> 32);
+}
+
+struct MixingKey {
+  std::uint64_t addend;
+  std::array<std::uint64_t, 3> factors;  // odd
+};
+extern MixingKey mixing_key;
+
+// Mixes the lowest kBits over one another, one to one: multiplication by an odd number is, within
+// 2^kBits, and so is adding the upper half to the lower bit by bit.
+template <std::uint32_t kBits>
+inline std::uint64_t mix(std::uint64_t word) noexcept {
+  constexpr std::uint64_t kMask = UINT64_MAX >> (64 - kBits);
+  word = (word ^ mixing_key.addend) & kMask;
+  for (const std::uint64_t factor : mixing_key.factors) {
+    word = (word * factor) & kMask;
+    word ^= word >> (kBits / 2);
+  }
+  return word;
+}
+
+// The bytes of a value of up to eight as a number. Values of one size differ in it.
+inline std::uint64_t word_of(Bytes value) noexcept {
+  const std::size_t size = value.size();
+  std::uint32_t low = 0;
+  std::uint32_t high = 0;
+  if (size < 4) {
+    std::memcpy(&low, value.data(), size);
+    return low;
+  }
+  std::memcpy(&low, value.data(), 4);
+  std::memcpy(&high, value.data() + size - 4, 4);
+  return std::uint64_t{high} << 32 | low;
+}
+
+ValueDigest digest_of_other(Bytes value) noexcept;
+
+inline ValueDigest digest_of(Bytes value) noexcept {
+  switch (value.size()) {
+    case 4:
+      return {ValueDigest::Width::kFourBytes, low_half(mix<32>(low_half(word_of(value)))), {}};
+    case 6: {
+      // The two halves of the word share two bytes.
+      const std::uint64_t word = word_of(value);
+      const std::uint64_t mixed = mix<48>(low_half(word) | (word >> 48) << 32);
+      return {ValueDigest::Width::kSixBytes, low_half(mixed), {high_half(mixed), 0, 0}};
+    }
+    default:
+      return digest_of_other(value);
+  }
+}
 
 }  // namespace kivo_platform
