@@ -104,23 +104,6 @@ bool RecordIndexes::enter_indexed(std::uint32_t label, std::uint32_t type, Bytes
   return add_to(*indexes_[type], label, type, value);
 }
 
-// The memory of both places is fetched before either is read.
-bool RecordIndexes::change_indexed(std::uint32_t label, std::uint32_t type, Bytes from,
-                                   Bytes to) noexcept {
-  ValueIndex &index = *indexes_[type];
-  const ValueIndex::Key left(from);
-  const ValueIndex::Key entered(to);
-  index.prefetch(left);
-  index.prefetch(entered);
-  TouchedSets sets;
-  sets.add(index, left);
-  sets.add(index, entered);
-  sets.prefetch(label);
-  if (!index.add(label, entered)) return false;
-  index.remove(label, left);
-  return true;
-}
-
 void RecordIndexes::leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept {
   if (indexes_[type] != nullptr) remove_from(*indexes_[type], label, type, value);
 }

@@ -22,7 +22,7 @@ namespace kivo_platform {
 class TouchedSets {
  public:
   void add(ValueIndex &index, const ValueIndex::Key &key) noexcept {
-    if (count_ == sets_.size()) return;
+    if (count_ == sets_.size() || !index.mostly_shared()) return;
     if (const LabelSet *set = index.prefetch_labels(key); set != nullptr) sets_[count_++] = set;
   }
   void prefetch(std::uint32_t label) const noexcept {
@@ -56,7 +56,8 @@ class RecordIndexes {
   // From one value to another, of any type but 10. Whole or not at all.
   [[nodiscard]] bool change(std::uint32_t label, std::uint32_t type, Bytes from,
                             Bytes to) noexcept {
-    return indexes_[type] == nullptr || change_indexed(label, type, from, to);
+    return indexes_[type] == nullptr ||
+           indexes_[type]->change(label, ValueIndex::Key(from), ValueIndex::Key(to));
   }
   void leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
@@ -86,8 +87,6 @@ class RecordIndexes {
 
  private:
   ValueIndex *build_index(std::uint32_t type) noexcept;
-  [[nodiscard]] bool change_indexed(std::uint32_t label, std::uint32_t type, Bytes from,
-                                    Bytes to) noexcept;
   [[nodiscard]] bool enter_indexed(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
   std::array<ValueIndex *, AAA_ATTR_TYPE_MAX + 1> indexes_{};

@@ -71,6 +71,23 @@ void ValueIndex::remove_from(Table &table, std::uint32_t label, const Key &key) 
   give_posting(posting);
 }
 
+bool ValueIndex::change(std::uint32_t label, const Key &from, const Key &to) noexcept {
+  LabelSet *const left = labels_of(from);
+  LabelSet *const entered = labels_of(to);
+  if (left != nullptr) left->prefetch(label);
+  if (entered != nullptr) entered->prefetch(label);
+  if (left == nullptr || left->size() == 2 || entered == nullptr) {
+    if (!add(label, to)) return false;
+    remove(label, from);
+    return true;
+  }
+  // Both postings stay.
+  if (!LabelSet::reserve()) return false;
+  entered->insert(label);
+  left->erase(label);
+  return true;
+}
+
 ValueIndex::Found ValueIndex::find(Bytes value) noexcept {
   const ValueDigest digest = digest_of(value);
   return with_table(digest.width, [&](auto &table) { return find_in(table, digest); });
@@ -88,12 +105,9 @@ void ValueIndex::prefetch(const Key &key) noexcept {
   with_table(key.digest.width, [&](auto &table) { table.prefetch(key.digest.hash); });
 }
 
-const LabelSet *ValueIndex::prefetch_labels(const Key &key) noexcept {
-  if (!mostly_shared()) return nullptr;
-  const Found found =
-      with_table(key.digest.width, [&](auto &table) { return find_in(table, key.digest); });
-  if (found.shared != nullptr) fetch_ahead(found.shared);
-  return found.shared;
+LabelSet *ValueIndex::labels_of(const Key &key) noexcept {
+  return with_table(key.digest.width, [&](auto &table) { return find_in(table, key.digest); })
+      .shared;
 }
 
 static std::uint32_t number_in(Bytes value) noexcept {

@@ -41,17 +41,24 @@ class ValueIndex {
   // Removes a session from a value that it was entered under.
   void remove(std::uint32_t label, const Key &key) noexcept;
 
+  // Both, the addition first. False without memory, and nothing has changed.
+  [[nodiscard]] bool change(std::uint32_t label, const Key &from, const Key &to) noexcept;
+
   // Has memory fetched that an addition or a removal will read: first the table's, and, some time
   // later, the labels that share the value, whose own prefetch() is the third step. Null when there
-  // are none; not asked where most values have one session.
+  // are none; not worth asking unless most values are shared.
   void prefetch(const Key &key) noexcept;
-  const LabelSet *prefetch_labels(const Key &key) noexcept;
+  const LabelSet *prefetch_labels(const Key &key) noexcept {
+    LabelSet *const labels = labels_of(key);
+    if (labels != nullptr) fetch_ahead(labels);
+    return labels;
+  }
   bool mostly_shared() const noexcept { return postings_live_ > values() / 2; }
 
   // The sessions of a value: shared is set when there are several, else label is the one or 0.
   struct Found {
     std::uint32_t label = 0;
-    const LabelSet *shared = nullptr;
+    LabelSet *shared = nullptr;
 
     std::uint32_t count() const noexcept {
       return shared != nullptr ? shared->size() : label != 0 ? 1 : 0;
@@ -132,6 +139,8 @@ class ValueIndex {
     return four_bytes_.size() + six_bytes_.size() + any_.size();
   }
 
+  // Of a value that several sessions share, else null.
+  LabelSet *labels_of(const Key &key) noexcept;
   template <typename Table>
   bool add_to(Table &table, std::uint32_t label, const Key &key) noexcept;
   template <typename Table>

@@ -67,12 +67,15 @@ PLATFORM_API uint32_t attrdb_get_labels_by_attr(uint32_t type, const void *value
                                                 uint32_t *count) PLATFORM_NOEXCEPT;
 
 /* How many sessions have this value; and which of some labels do, in their order. Two operations
- * that the library uses for large answers where a platform has them; a host's own platform may lack
- * them. labels    n_labels, ascending, each above the one before. kept      receives at most
- * n_labels. n_kept    receives how many. Returns, with the arguments of
- * attrdb_get_labels_by_attr(), its statuses; the outputs are 0 on error. Cost: one look-up; then a
- * step for each label and each session of the value in between, or a look-up for one of them,
- * whichever are fewer. */
+ * that the library uses for large answers where a platform has them; a host's own may lack them.
+ *
+ * labels  n_labels, ascending, each above the one before.
+ * kept    room for n_labels, elsewhere; what lies behind those kept may have been written too.
+ * n_kept  receives how many were kept.
+ *
+ * Returns, with the arguments of attrdb_get_labels_by_attr(), its statuses; the counts are 0 on
+ * error. Cost: one look-up; then a step for each label and each session of the value in between,
+ * or a look-up for one of them, whichever are fewer. */
 PLATFORM_API uint32_t attrdb_count_labels_by_attr(uint32_t type, const void *value, uint32_t size,
                                                   uint32_t *count) PLATFORM_NOEXCEPT;
 PLATFORM_API uint32_t attrdb_keep_labels_by_attr(uint32_t type, const void *value, uint32_t size,
