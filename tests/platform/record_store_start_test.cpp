@@ -11,7 +11,7 @@ bool no_random_numbers = false;
 }
 
 // Stands in for the C library's.
-extern "C" int getentropy(void *buffer, size_t size) noexcept {
+extern "C" int getentropy(void *buffer, size_t size) {
   if (no_random_numbers) return -1;
   return getrandom(buffer, size, 0) == static_cast<ssize_t>(size) ? 0 : -1;
 }
