@@ -9,9 +9,9 @@ namespace kivo_common {
 
 // Appends to `out` the labels that both runs hold, until one of them is read; `a` and `b` are left
 // where this ended, and everything in front of them has been dealt with. Returns the end of what
-// was appended. `out` has room for the labels of a, and neither run lies there; what is behind the
-// end, within that room, may have been written too. Each run ascends, each label above the one
-// before.
+// was appended. Calls may follow one another with a, or b, where it is and the end as `out`. In all
+// they write no more than as many places as a had labels at first, those behind the end among them;
+// neither run lies there. Each run ascends, each label above the one before.
 // Which run is next cannot be foreseen, so nothing here branches on it. Four labels of one are
 // compared with four of the other at a time: the run whose four end lower goes on.
 inline uint32_t *merge_labels(const uint32_t *&a, const uint32_t *a_end, const uint32_t *&b,

@@ -62,6 +62,7 @@ bool measure_in_child(const std::string &name, uint32_t n, const SharedTimes &cr
 // out as such or divided.
 void touch_memory(size_t bytes) {
   constexpr size_t kPage = 4096;
+  bytes = std::min(bytes, static_cast<size_t>(sysconf(_SC_AVPHYS_PAGES)) / 2 * kPage);
   void *memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (memory == MAP_FAILED) return;

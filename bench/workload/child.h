@@ -42,7 +42,7 @@ bool measure_in_child(const std::string &name, uint32_t n, const SharedTimes &cr
 
 // Has the machine provide memory: on a virtual one the first touch of a page that the host has not
 // given out yet takes many times as long as that of any other, and would count for whichever peer
-// comes upon it. It is given back at once.
+// comes upon it. It is given back at once, and is half of what is free at most.
 void touch_memory(size_t bytes);
 
 // Sends the sheet to the process that started this one.

@@ -1,4 +1,5 @@
-// Building a database's acceleration table; kivo/database.h has its look-ups.
+// Building a database's acceleration table, and looking into it without checks and traces;
+// kivo/database.h has the look-ups with them.
 #pragma once
 
 #include <cstdint>

@@ -7,7 +7,6 @@
 // Threads: none; the process serialises all calls.
 #include "attribute_list.h"
 
-#include <array>
 #include <memory>
 #include <new>
 
@@ -112,7 +111,8 @@ void prefetch_labels(ListStorage &storage) noexcept {
   if (indexes == nullptr) return;
   TouchedSets sets;
   ListWalk walk(storage);
-  while (const ListAttribute *attribute = walk.next()) {
+  for (const ListAttribute *attribute = walk.next(); attribute != nullptr && !sets.full();
+       attribute = walk.next()) {
     indexes->prefetch_labels(attribute->type, {attribute->value(), attribute->size}, sets);
   }
   sets.prefetch(sessions.found_last());

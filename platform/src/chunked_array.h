@@ -1,5 +1,6 @@
 // An array that grows by whole chunks: elements never move, and the number of an element gives its
-// address by arithmetic. Under the session slots, the hash tables and the pools of postings.
+// address by arithmetic. Under the session slots, the hash tables, the label sets and the pools of
+// postings.
 // Invariants: elements [0, capacity()) are constructed; growing either adds a chunk or changes
 // nothing. No destructor: process-wide arrays outlive everything; release() gives it all back.
 // Threads: none; the process serialises all calls.
@@ -55,7 +56,7 @@ class ChunkedArray {
   }
 
  private:
-  // The upper half of the 32-bit numbers is left to users that mark them.
+  // So that a number plus 1, and twice a number, are numbers too.
   static constexpr std::uint32_t kMaxElements = UINT32_C(1) << 31;
 
   bool grow_directory() noexcept {

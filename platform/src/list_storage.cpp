@@ -1,4 +1,4 @@
-// ListStorage: chunks, appending, the store of freed storages.
+// ListStorage: its chunks, and the store of freed storages.
 // Threads: none; the process serialises all calls.
 #include "list_storage.h"
 

@@ -9,7 +9,6 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <span>
 
 #include "platform/aaa_dictionary.h"
 #include "stored_attributes.h"
@@ -22,9 +21,10 @@ namespace kivo_platform {
 class TouchedSets {
  public:
   void add(ValueIndex &index, const ValueIndex::Key &key) noexcept {
-    if (count_ == sets_.size() || !index.mostly_shared()) return;
+    if (full() || !index.mostly_shared()) return;
     if (const LabelSet *set = index.prefetch_labels(key); set != nullptr) sets_[count_++] = set;
   }
+  bool full() const noexcept { return count_ == sets_.size(); }
   void prefetch(std::uint32_t label) const noexcept {
     for (std::size_t i = count_; i-- != 0;) sets_[i]->prefetch(label);
   }
@@ -62,7 +62,8 @@ class RecordIndexes {
   void leave(std::uint32_t label, std::uint32_t type, Bytes value) noexcept;
 
   // A value is probably about to be entered: has the memory fetched that this will read of its
-  // index, and, some time later, of the labels that share it.
+  // index, and, some time later, of the labels that share it. Of type 10 that is one address; of a
+  // value with several nothing useful is fetched.
   void prefetch(std::uint32_t type, Bytes value) noexcept {
     if (has_index(type)) indexes_[type]->prefetch(ValueIndex::Key(value));
   }

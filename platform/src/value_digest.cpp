@@ -58,8 +58,10 @@ ValueDigest digest_of_medium(Bytes value) noexcept {
   if (size > 16) add_eight(8);
   if (size > 24) add_eight(16);
   add(static_cast<std::uint32_t>(size), multilinear_key.size_factors);
+  // One of them leads to the bucket, by its lowest bits: mixed, since values in an arithmetic
+  // progression have sums in one.
   return {ValueDigest::Width::kAny,
-          high_half(sums[0]),
+          low_half(mix<32>(high_half(sums[0]))),
           {high_half(sums[1]), high_half(sums[2]), high_half(sums[3])}};
 }
 

@@ -3,8 +3,9 @@
 // A value of up to eight bytes goes through a one-to-one mixing, so its digest is as good as the
 // value. Of a longer one it is 128 bits under secret keys from the system's random source, which
 // nobody outside ever sees a result of: two values, chosen by whomever, meet with a probability of
-// 2^-128, and any two of four million with one of 2^-85. The buckets of a table follow from the
-// digest, so nobody can choose values that fill one either.
+// 2^-128 (proven up to 32 bytes, above as far as SipHash is what it is taken for), and any two of
+// four million with one of 2^-85. The buckets of a table follow from the digest, so nobody can
+// choose values that fill one either.
 // Threads: none; the process serialises all calls.
 #pragma once
 
@@ -29,7 +30,8 @@ struct ValueDigest {
   std::array<std::uint32_t, 3> tag;
 };
 
-// Draws the keys. To be called once, before the first digest; false when the system gives none.
+// Draws the keys. To be called before the first digest, and not after it; false when the system
+// gives none.
 [[nodiscard]] bool draw_digest_keys() noexcept;
 
 constexpr std::uint32_t low_half(std::uint64_t word) { return static_cast<std::uint32_t>(word); }

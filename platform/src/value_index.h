@@ -1,8 +1,9 @@
 // Index of one attribute type: from a value to the labels of the sessions that hold it. Under
 // RecordIndexes. Values are known by their digests: an entry has what of the digest tells values of
 // its width apart, and the label of the one session, or, marked, the number of a posting, the
-// labels of several sessions in ascending order. So a look-up ends in the table, and costs a
-// session 8 bytes (values of four bytes), 10 (of six) or 20, filled to three quarters.
+// labels of several sessions in ascending order. So a look-up ends in the table, whose entries have
+// 8 bytes (of values of four bytes), 10 (of six) or 20; filled to two thirds, that is 13, 16 or 32
+// bytes a session.
 // Invariants: (1) a posting has two labels or more; (2) neither add() nor remove() reads anything
 // of a session, so it does not matter whether the value is written into it before or after; (3)
 // remove() cannot fail and allocates nothing. Threads: none; the process serialises all calls.

@@ -217,12 +217,13 @@ TEST_F(RecordStore, MakesAWholeRecordOrNothingWhicheverAllocationFails) {
   std::uint32_t next_label = 2;
   int failures = 0;
   // Memory is taken in pieces for many sessions. Whenever it is, the first allocation fails, then
-  // the second, and so on, until the creation has what it cannot do without.
+  // the second, and so on, until the creation has what it cannot do without; for every other
+  // session all behind it fail too.
   for (std::uint64_t nth = 1; next_label < 30000;) {
     auth_ctxt *ctxt = nullptr;
     ASSERT_EQ(PLATFORM_OK, auth_mgr_idc_create_ctxt(&ctxt));
     fill(ctxt, next_label);
-    memory_faults::arm(nth, true);
+    memory_faults::arm(nth, next_label % 2 == 0);
     const std::uint32_t status = attrdb_create_and_insert_primary_record(ctxt, next_label);
     const bool failed = memory_faults::disarm();
     if (status == PLATFORM_OK) {

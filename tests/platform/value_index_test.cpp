@@ -75,11 +75,11 @@ TEST_F(ValueIndex, ComparesBytesAndSizesAndKeepsTypesApart) {
 // So many values of a size that some would meet in 32 bits, if they were told apart by no more.
 TEST_F(ValueIndex, TellsValuesOfEachSizeApart) {
   constexpr std::uint32_t kSessions = 200000;
-  const std::size_t sizes[] = {4, 6, 7, 16};
+  const std::size_t sizes[] = {4, 6, 7, 16, 24, 32, 40};
+  // The label's bytes lie anywhere between filling ones; the last is 0 and tells where.
   const auto value_of = [](std::uint32_t label, std::size_t size) {
-    std::string value(size, 'v');
-    value.replace(0, sizeof label, reinterpret_cast<const char *>(&label), sizeof label);
-    std::rotate(value.begin(), value.begin() + label % 2, value.end());  // bytes at either end
+    std::string value(size - sizeof label, '\xff');
+    value.insert(label % (value.size() + 1), reinterpret_cast<const char *>(&label), sizeof label);
     return value;
   };
   for (const std::size_t size : sizes) attrdb_declare_index(100 + static_cast<std::uint32_t>(size));

@@ -27,9 +27,9 @@ typedef struct attrdb_record {
   auth_ctxt *ctxt;     /* the record's attributes */
 } attrdb_record;
 
-/* Initialises the store; a second call has no effect. No result: without memory every operation
- * says ATTRDB_ERR_NOT_READY, until a later call finds some. Records may be made before any index is
- * declared. */
+/* Initialises the store; a second call has no effect. No result: without memory, or without random
+ * numbers for the keys of its hashes, every operation says ATTRDB_ERR_NOT_READY, until a later call
+ * finds some. Records may be made before any index is declared. */
 PLATFORM_API void attrdb_init(void) PLATFORM_NOEXCEPT;
 
 /* Makes a record.
