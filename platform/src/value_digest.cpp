@@ -16,6 +16,20 @@ namespace {
 
 // ---- Up to eight bytes
 
+// The bytes of a value of up to eight as a number. Values of one size differ in it.
+std::uint64_t word_of(Bytes value) noexcept {
+  const std::size_t size = value.size();
+  std::uint32_t low = 0;
+  std::uint32_t high = 0;
+  if (size < 4) {
+    std::memcpy(&low, value.data(), size);
+    return low;
+  }
+  std::memcpy(&low, value.data(), 4);
+  std::memcpy(&high, value.data() + size - 4, 4);
+  return std::uint64_t{high} << 32 | low;
+}
+
 ValueDigest digest_of_short(Bytes value) noexcept {
   const std::uint64_t mixed = mix<64>(word_of(value));
   return {ValueDigest::Width::kAny,

@@ -58,30 +58,21 @@ inline std::uint64_t mix(std::uint64_t word) noexcept {
   return word;
 }
 
-// The bytes of a value of up to eight as a number. Values of one size differ in it.
-inline std::uint64_t word_of(Bytes value) noexcept {
-  const std::size_t size = value.size();
-  std::uint32_t low = 0;
-  std::uint32_t high = 0;
-  if (size < 4) {
-    std::memcpy(&low, value.data(), size);
-    return low;
-  }
-  std::memcpy(&low, value.data(), 4);
-  std::memcpy(&high, value.data() + size - 4, 4);
-  return std::uint64_t{high} << 32 | low;
-}
-
 ValueDigest digest_of_other(Bytes value) noexcept;
 
 inline ValueDigest digest_of(Bytes value) noexcept {
   switch (value.size()) {
-    case 4:
-      return {ValueDigest::Width::kFourBytes, low_half(mix<32>(low_half(word_of(value)))), {}};
+    case 4: {
+      std::uint32_t word = 0;
+      std::memcpy(&word, value.data(), sizeof word);
+      return {ValueDigest::Width::kFourBytes, low_half(mix<32>(word)), {}};
+    }
     case 6: {
-      // The two halves of the word share two bytes.
-      const std::uint64_t word = word_of(value);
-      const std::uint64_t mixed = mix<48>(low_half(word) | (word >> 48) << 32);
+      std::uint16_t first = 0;
+      std::uint32_t last = 0;
+      std::memcpy(&first, value.data(), sizeof first);
+      std::memcpy(&last, value.data() + sizeof first, sizeof last);
+      const std::uint64_t mixed = mix<48>(std::uint64_t{first} << 32 | last);
       return {ValueDigest::Width::kSixBytes, low_half(mixed), {high_half(mixed), 0, 0}};
     }
     default:
