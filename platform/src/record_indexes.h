@@ -25,6 +25,8 @@ class TouchedSets {
     if (const LabelSet *set = index.prefetch_labels(key); set != nullptr) sets_[count_++] = set;
   }
   bool full() const noexcept { return count_ == sets_.size(); }
+  // Backwards, so that the first has had the most time: of the usual attributes that is the
+  // interface, whose set is hardly ever in the caches.
   void prefetch(std::uint32_t label) const noexcept {
     for (std::size_t i = count_; i-- != 0;) sets_[i]->prefetch(label);
   }
@@ -72,6 +74,7 @@ class RecordIndexes {
       sets.add(*indexes_[type], ValueIndex::Key(value));
     }
   }
+
   // All attributes of a record at once.
   [[nodiscard]] bool enter_all(std::uint32_t label, const StoredAttributes &attributes) noexcept;
   void leave_all(std::uint32_t label, const StoredAttributes &attributes) noexcept;
