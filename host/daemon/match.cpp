@@ -13,6 +13,7 @@
 #include "kivo/records.h"
 #include "sessions/handles.h"
 #include "sessions/stored_value.h"
+#include "text/printable.h"
 #include "text/text_table.h"
 
 namespace kivod {

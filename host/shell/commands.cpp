@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "showing.h"
-#include "text/text_table.h"
+#include "text/printable.h"
 
 namespace kivosh {
 namespace {

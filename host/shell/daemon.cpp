@@ -8,7 +8,7 @@
 
 #include "interruption.h"
 #include "platform/error_text.h"
-#include "text/text_table.h"
+#include "text/printable.h"
 
 namespace kivosh {
 namespace {

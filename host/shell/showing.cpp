@@ -7,6 +7,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "text/printable.h"
 #include "text/text_table.h"
 
 namespace kivosh {

@@ -14,15 +14,11 @@ class TextTable {
   // A row has as many cells as there are headings.
   void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
 
-  // Widths count code points of UTF-8, which is right for all but wide and combining characters.
+  // Cells are printable texts (printable.h). Columns are aligned by what a terminal shows of them.
   void print(FILE *stream) const;
 
  private:
   std::vector<std::vector<std::string>> rows_;
 };
-
-// Text for a terminal: control characters and bytes that are no UTF-8 as \xNN, so that what a peer
-// chose as a name cannot steer the operator's terminal.
-std::string printable(std::string_view text);
 
 }  // namespace host_text

@@ -1,9 +1,8 @@
-// What operators write behind --match, and the table that they read.
+// What operators write behind --match.
 #include <gtest/gtest.h>
 
 #include "conditions.h"
 #include "platform/aaa_dictionary.h"
-#include "text/text_table.h"
 
 namespace {
 
@@ -62,34 +61,6 @@ TEST(Conditions, ThatCannotBeReadAreNamed) {
     EXPECT_TRUE(parse_conditions(row.text, error).empty()) << row.text;
     EXPECT_EQ(row.error, error) << row.text;
   }
-}
-
-TEST(TextTable, AlignsColumnsByWhatIsSeen) {
-  host_text::TextTable table({"NAME", "N"});
-  table.add({"zo\xc3\xab", "1"});
-  table.add({"alexandra", "22"});
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *stream = open_memstream(&text, &size);
-  table.print(stream);
-  std::fclose(stream);
-  EXPECT_EQ("NAME       N\nzo\xc3\xab        1\nalexandra  22\n", std::string(text, size));
-  std::free(text);
-}
-
-TEST(TextTable, NeverLetsANameSteerTheTerminal) {
-  const struct {
-    std::string text, shown;
-  } table[] = {
-      {"plain", "plain"},
-      {"zo\xc3\xab", "zo\xc3\xab"},
-      {"\x1b[2J", "\\x1b[2J"},
-      {std::string("a\0b", 3), "a\\x00b"},
-      {"\xc2\x9b", "\\xc2\\x9b"},  // a control character of two bytes
-      {"\xff\xc3", "\\xff\\xc3"},  // no UTF-8, and a sequence cut short
-      {"\xe2\x82\xac 5", "\xe2\x82\xac 5"},
-  };
-  for (const auto &row : table) EXPECT_EQ(row.shown, host_text::printable(row.text));
 }
 
 }  // namespace

@@ -282,7 +282,7 @@ TEST(ShellReply, SteersNoTerminal) {
   EXPECT_EQ(text, nlohmann::json::parse(json)["filter_info"][0]["attr_values"]);
   EXPECT_EQ(
       "Attribute   Value\n"
-      "position 0  \\x01\\x1b[2J\\x7f\\xc2\\x80\\xc2\\x9b\xc2\xa0\xc3\x9b\xe2\x82\xac\n",
+      "position 0  \\x01\\x1b[2J\\x7f\\xc2\\x80\\xc2\\x9b\\xc2\\xa0\xc3\x9b\xe2\x82\xac\n",
       table_of(reply, {}));
 }
 

@@ -1,0 +1,24 @@
+// Texts that somebody else chose, as a terminal may have them. A user names himself, a peer names
+// its port; neither may move the operator's cursor, turn lines around or pass for another.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace host_text {
+
+// The text with all that does not show as itself escaped byte by byte as \xNN, and a backslash as
+// two, so that different bytes never print alike. Shown as they are: characters of UTF-8 (RFC 3629,
+// without exception) whose General_Category in Unicode is neither Other (C: control, format,
+// surrogate, private use, unassigned, thus also noncharacters) nor Separator (Z; the blank aside),
+// and that are not Default_Ignorable_Code_Point (variation selectors, fillers, joiners).
+std::string printable(std::string_view text);
+
+// How many columns of a terminal a printable text takes: none for combining characters, two for
+// wide.
+size_t columns_of(std::string_view text) noexcept;
+
+// How many bytes at the beginning are whole characters of UTF-8: all, if the text is UTF-8.
+size_t utf8_size(std::string_view text) noexcept;
+
+}  // namespace host_text
