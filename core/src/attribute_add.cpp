@@ -13,7 +13,7 @@ uint32_t kivo_add_attr_to_record(kivo_db *db, attrdb_record *record, uint32_t ty
     kivo_trace_error(msg::kAddToRecordBadParams);
     return KIVO_ERR_INVALID_ARG;
   }
-  const AnnouncedValue announced(value, size);
+  const AnnouncedValue announced(db, {type, size, value});
   uint32_t changed = 0;
   const uint32_t status =
       auth_mgr_idc_add_or_update_attr(record->ctxt, type, value, size, &changed);
@@ -94,7 +94,7 @@ uint32_t kivo_add_or_update_attr_to_record(kivo_db *db, attrdb_record *record, u
     kivo_trace_error(msg::kUpdateInRecordBadParams);
     return KIVO_ERR_INVALID_ARG;
   }
-  const AnnouncedValue announced(value, size);
+  const AnnouncedValue announced(db, {type, size, value});
   uint32_t changed = 0;
   const uint32_t status =
       auth_mgr_idc_add_or_update_attr(record->ctxt, type, value, size, &changed);

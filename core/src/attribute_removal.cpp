@@ -121,7 +121,7 @@ uint32_t kivo_remove_attr_from_record_by_type_and_value(kivo_db *db, attrdb_reco
   }
   kivo_trace_event(msg::kRemove, db->db_name);
   const AttrInHand attr{type, length, value};
-  const AnnouncedValue announced(value, length);
+  const AnnouncedValue announced(db, attr);
   const uint32_t status = remove_routed(*record, attr);
   if (status != PLATFORM_OK) {
     kivo_trace_error(msg::kRemoveByValueFailed, error_text(status));

@@ -50,12 +50,13 @@ inline uint32_t announce(kivo_db *db, uint32_t label, const AttrInHand &attr, co
 }
 
 // A value may lie in the record that is written, and move with the write: what is announced is
-// copied before. Longer values are refused by the dispatch without being read.
+// copied before. Not where nobody is registered, nor a longer value: the dispatch reads neither.
 class AnnouncedValue {
  public:
-  AnnouncedValue(const void *value, uint32_t size) noexcept : value_(value) {
-    if (value == nullptr || size >= KIVO_ATTR_VALUE_DATA_SIZE) return;
-    std::memcpy(copy_, value, size);
+  AnnouncedValue(const kivo_db *db, const AttrInHand &attr) noexcept : value_(attr.value) {
+    if (attr.value == nullptr || attr.length >= sizeof copy_ || !is_announced(db, attr.type))
+      return;
+    std::memcpy(copy_, attr.value, attr.length);
     value_ = copy_;
   }
   AnnouncedValue(const AnnouncedValue &) = delete;

@@ -9,11 +9,8 @@ using namespace kivo;
 
 uint32_t kivo_add_or_update_attr(kivo_db *db, uint32_t label, attrdb_record *record, uint32_t type,
                                  const void *value, uint32_t size) noexcept {
-  if (size == 0 || type == 0 || (label == 0 && record == nullptr) || value == nullptr) {
-    kivo_trace_error(msg::kUpdateAttrBadParams);
-    return KIVO_ERR_INVALID_ARG;
-  }
-  if (db == nullptr) {
+  if (size == 0 || type == 0 || (label == 0 && record == nullptr) || value == nullptr ||
+      db == nullptr) {
     kivo_trace_error(msg::kUpdateAttrBadParams);
     return KIVO_ERR_INVALID_ARG;
   }
@@ -27,7 +24,7 @@ uint32_t kivo_add_or_update_attr(kivo_db *db, uint32_t label, attrdb_record *rec
     kivo_trace_event(msg::kUpdateAttrNoRecord, db->db_name, static_cast<int>(type));
     return PLATFORM_OK;
   }
-  const AnnouncedValue announced(value, size);
+  const AnnouncedValue announced(db, {type, size, value});
   uint32_t changed = 0;
   status = auth_mgr_idc_add_or_update_attr(record->ctxt, type, value, size, &changed);
   if (status != PLATFORM_OK) {

@@ -111,6 +111,12 @@ bool is_concerned(const kivo_notify_reg &reg, const Change &change) noexcept {
 }
 
 }  // namespace
+
+bool is_announced(const kivo_db *db, uint32_t type) noexcept {
+  const kivo_accel_entry *const entry = db != nullptr ? entry_of(*db, type) : nullptr;
+  return entry != nullptr && entry->notify_regs.head != nullptr;
+}
+
 }  // namespace kivo
 
 using namespace kivo;
@@ -173,7 +179,6 @@ uint32_t kivo_attr_change_notification(kivo_db *db, uint32_t type, uint32_t size
   if (type == 0 || facility_wants_events()) {
     return dispatch_traced({db, type, size, value, bytes, label, action});
   }
-  const kivo_accel_entry *const entry = entry_of(*db, type);
-  if (entry == nullptr || entry->notify_regs.head == nullptr) return PLATFORM_OK;
-  return dispatch({db, type, size, value, bytes, label, action}, *entry);
+  if (!is_announced(db, type)) return PLATFORM_OK;
+  return dispatch({db, type, size, value, bytes, label, action}, *entry_of(*db, type));
 }

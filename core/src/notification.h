@@ -22,6 +22,9 @@ uint32_t kivo_attr_change_notification(kivo_db *db, uint32_t type, uint32_t size
 
 namespace kivo {
 
+// Whether anybody is registered for changes of a type.
+bool is_announced(const kivo_db *db, uint32_t type) noexcept;
+
 // Display names of the actions 0 to 4; other combinations have none.
 inline constexpr std::array<const char *, 5> kivo_notify_action_names = {"ERR", "A/U", "REM", "AUR",
                                                                          "UNC"};

@@ -69,11 +69,7 @@ uint32_t kivo_match_label_by_attr(kivo_db *, uint32_t type, const void *value, u
 
 uint32_t kivo_match_record_by_attr(kivo_db *db, uint32_t type, const void *value, uint32_t size,
                                    attrdb_record **out) noexcept {
-  if (size == 0 || type == 0 || value == nullptr || out == nullptr) {
-    kivo_trace_error(msg::kMatchRecordBadParams);
-    return KIVO_ERR_INVALID_ARG;
-  }
-  if (db == nullptr) {
+  if (size == 0 || type == 0 || value == nullptr || out == nullptr || db == nullptr) {
     kivo_trace_error(msg::kMatchRecordBadParams);
     return KIVO_ERR_INVALID_ARG;
   }
