@@ -21,12 +21,13 @@ void announce_removal(kivo_db *db, uint32_t label, const AttrInHand &attr, const
   announce(db, label, attr, bytes, KIVO_ACTION_REMOVE, refused);
 }
 
-// Announces the first addresses of type 10. They are copied before: a callback may write to the
-// record, and move them.
+// Announces the first addresses of type 10, as many as the service counts: the length that it
+// reports may be that of one. They are copied before: a callback may write to the record, and move
+// them.
 void announce_addresses(kivo_db *db, uint32_t label, const AttrInHand &stored,
                         uint32_t n_values) noexcept {
   const auto *first = static_cast<const uint8_t *>(stored.value);
-  const uint32_t n = std::min({n_values, KIVO_ADDRESSES_LOOKED_AT, stored.length / kAddressSize});
+  const uint32_t n = std::min(n_values, KIVO_ADDRESSES_LOOKED_AT);
   uint8_t copies[KIVO_ADDRESSES_LOOKED_AT][kAddressSize];
   std::memcpy(copies, first, size_t{n} * kAddressSize);
   for (uint32_t i = 0; i < n; ++i) {

@@ -45,11 +45,10 @@ bool equals_stored(const Condition &condition, const uint8_t *stored, uint32_t s
   return size >= condition.length && std::memcmp(stored, condition.value, condition.length) == 0;
 }
 
-// The same for the first addresses of type 10.
-bool equals_an_address(const Condition &condition, const uint8_t *stored, uint32_t size,
+// The same for the first addresses of type 10, of which there are as many as the service counts.
+bool equals_an_address(const Condition &condition, const uint8_t *stored,
                        uint32_t n_values) noexcept {
-  if (condition.length > kAddressSize) return false;
-  const uint32_t n = std::min({n_values, KIVO_ADDRESSES_LOOKED_AT, size / kAddressSize});
+  const uint32_t n = std::min(n_values, KIVO_ADDRESSES_LOOKED_AT);
   for (uint32_t i = 0; i < n; ++i) {
     if (equals_stored(condition, stored + size_t{i} * kAddressSize, kAddressSize)) return true;
   }
@@ -69,7 +68,7 @@ uint32_t match_candidate(uint32_t label, const Condition &condition, bool &match
   if (status != PLATFORM_OK || stored == nullptr) return status;
   const auto *bytes = static_cast<const uint8_t *>(stored);
   matches = condition.type == AAA_ATTR_IPV6_ADDRESSES
-                ? equals_an_address(condition, bytes, size, n_values)
+                ? equals_an_address(condition, bytes, n_values)
                 : equals_stored(condition, bytes, size);
   return PLATFORM_OK;
 }

@@ -63,8 +63,7 @@ void print_attribute(kivo_db &db, const attrdb_record &record, uint32_t aaa_type
     print_line(aaa_type, value, size, code);
     return;
   }
-  const uint32_t n = std::min(count, size / kAddressSize);
-  for (uint32_t i = 0; i < n; ++i) {
+  for (uint32_t i = 0; i < count; ++i) {
     print_line(aaa_type, static_cast<const uint8_t *>(value) + size_t{i} * kAddressSize,
                kAddressSize, code);
   }

@@ -162,14 +162,10 @@ void render_address_list(Destination &out, kivo_db &db, const StoredValue &value
     return;
   }
   for (uint32_t i = 0; i < count; ++i) {
-    const bool is_whole = size - i * kIpv6Size >= kIpv6Size;
+    const auto *address = static_cast<const uint8_t *>(addresses) + size_t{i} * kIpv6Size;
     char text[INET6_ADDRSTRLEN] = "";
-    if (is_whole) {
-      inet_ntop(AF_INET6, static_cast<const uint8_t *>(addresses) + i * kIpv6Size, text,
-                sizeof(text));
-    }
-    out.write("%s%s", i == 0 ? "" : ", ", is_whole ? text : kCanNotPrint);
-    if (!is_whole) return;
+    inet_ntop(AF_INET6, address, text, sizeof(text));
+    out.write("%s%s", i == 0 ? "" : ", ", text);
   }
 }
 

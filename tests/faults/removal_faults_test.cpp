@@ -167,6 +167,36 @@ class Removal : public testing::TestWithParam<FaultRow> {};
 
 TEST_P(Removal, HasItsStatusTracesAndStateAndLeaksNothing) { run_row(GetParam()); }
 
+// The service may report the length of one address: their number counts, for queries and shows too.
+TEST(Addresses, AreCountedByTheirNumber) {
+  World w;
+  for (const char c : {'a', 'b', 'c'}) w.write(kAddresses, std::string(16, c));
+  reports_one_address = true;
+  kivo_maqi query;
+  uint32_t flag = 0;
+  kivo_index_list *found = nullptr;
+  uint32_t count = 0;
+  kivo_start_multi_attr_query(w.db, &query);
+  kivo_add_attr_to_query(&query, AAA_ATTR_USER_NAME, "ann", 3, &flag);
+  kivo_add_attr_to_query(&query, kAddresses, std::string(16, 'c').data(), 16, &flag);
+  EXPECT_EQ(0u, kivo_get_matches_for_query(&query, &found, &count));
+  EXPECT_EQ(1u, count);
+  kivo_index_list_free(found);
+
+  kivo_db *db = create_database(1, {{kAddresses, 0, KIVO_DATA_TYPE_IPV6_ADDR}}, note_change);
+  static void *handle[1];
+  kivo_register_attr_change_notification(db, kAddresses, KIVO_ACTION_REMOVE, handle);
+  const std::string last = "6363:6363:6363:6363:6363:6363:6363:6363";
+  kivo_show_all_records(1);
+  EXPECT_NE(std::string::npos, w.console.take().find("\nipv6-addresses                : " + last));
+  kivo_show_db(KIVO_SHOW_BY_AUDIT_SESSION, reinterpret_cast<uint64_t>(kAuditId));
+  EXPECT_NE(std::string::npos, w.console.take().find(", " + last));
+  notified.clear();
+  EXPECT_EQ(0u, kivo_remove_attr_from_record_by_type(db, w.record, kAddresses));
+  EXPECT_EQ("10/2 10/2 10/2 ", notified);
+  reports_one_address = false;
+}
+
 INSTANTIATE_TEST_SUITE_P(Rows, Removal, testing::ValuesIn(kRows),
                          [](const auto &row) { return row.param.name; });
 

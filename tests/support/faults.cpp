@@ -17,6 +17,8 @@ Fault last_reached;
 
 }  // namespace
 
+bool reports_one_address = false;
+size_t largest_zalloc = 0;
 chunk_pool *label_block_pool = nullptr;
 hash_table *label_table = nullptr;
 variable_chunk_name_to_id shadow_class_tag = nullptr;

@@ -26,6 +26,12 @@ const std::string &failed_operation();
 bool fault_is_due(const char *operation);
 uint32_t fault_status();
 
+// While set, auth_mgr_idc_get_attr() reports the length of one address whatever their number.
+extern bool reports_one_address;
+
+// The most that was asked of named_zalloc() at a time since this was last cleared.
+extern size_t largest_zalloc;
+
 // What the replacements saw go by, null until then: the pool of the label sets' blocks and the
 // table of their intersections, in which tests count, and the function that names the pool of the
 // shadow values its classes' tags.
