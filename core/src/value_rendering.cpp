@@ -137,8 +137,7 @@ void render_int64(Destination &out, kivo_db &, const StoredValue &value) noexcep
 }
 
 void render_ipv4(Destination &out, kivo_db &, const StoredValue &value) noexcept {
-  const bool fits = value.length >= KIVO_ATTR_SIZES_NEW[KIVO_DATA_TYPE_IPV4_ADDR];
-  out.write("%s", fits ? auth_mgr_safe_printable_mac(value.bytes, value.length) : kCanNotPrint);
+  out.write("%s", auth_mgr_safe_printable_mac(value.bytes, value.length));
 }
 
 void render_text(Destination &out, kivo_db &, const StoredValue &value) noexcept {
