@@ -50,7 +50,8 @@ uint32_t identity_index(uint32_t type) noexcept {
   return index;
 }
 
-// The value's first word, or 1. has_word is false for a value too short to have one.
+// The value's first word, or 1. has_word is false for a value that is written and too short to have
+// one; whoever removes hands over a word, whatever length he names.
 uint16_t shadowdb_decode_subtype(uint32_t type, const void *value, bool has_word) noexcept {
   uint16_t subtype = kDefaultSubtype;
   if (identity_index(type) < SHADOWDB_ATTR_INDEXES) {
@@ -205,7 +206,7 @@ uint32_t shadowdb_add_or_update_attr(shadowdb_rec *record, uint32_t index, uint3
   return PLATFORM_OK;
 }
 
-uint32_t shadowdb_remove_attr(shadowdb_rec *record, uint32_t index, uint32_t type, uint32_t length,
+uint32_t shadowdb_remove_attr(shadowdb_rec *record, uint32_t index, uint32_t type, uint32_t,
                               const void *value) noexcept {
   if (record == nullptr) {
     kivo_trace_shadow(kShadowFailure, msg::kShadowInvalidRecord);
@@ -215,7 +216,7 @@ uint32_t shadowdb_remove_attr(shadowdb_rec *record, uint32_t index, uint32_t typ
     kivo_trace_shadow(kShadowFailure, msg::kShadowBadIndex, static_cast<int>(index));
     return KIVO_ERR_INVALID_ARG;
   }
-  const uint16_t subtype = shadowdb_decode_subtype(type, value, length != 1);
+  const uint16_t subtype = shadowdb_decode_subtype(type, value, true);
   shadowdb_attr_entry **link = find_link(record->attr_lists[index], subtype);
   if (*link == nullptr) {
     kivo_trace_shadow(kShadowFailure, msg::kShadowNotPresent, type_name(type), int{subtype});

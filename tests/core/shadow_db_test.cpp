@@ -280,7 +280,7 @@ TEST_F(ShadowDb, RemovalGoesBySubtypeAlone) {
   EXPECT_EQ(0u, remove(identity(5)));
 }
 
-TEST_F(ShadowDb, RemovalReadsTheWordUnlessTheValueIsOneByte) {
+TEST_F(ShadowDb, RemovalReadsTheWordWhateverTheLengthSays) {
   const Bytes five = identity(5);
   const struct {
     const char *name;
@@ -290,7 +290,7 @@ TEST_F(ShadowDb, RemovalReadsTheWordUnlessTheValueIsOneByte) {
   } rows[] = {
       {"WholeWord", five.data(), 2, 1},
       {"LengthNotGiven", five.data(), 0, 1},
-      {"OneByte", five.data(), 1, 5},
+      {"OneByte", five.data(), 1, 1},
       {"NoValue", nullptr, 2, 5},
   };
   for (const auto &row : rows) {

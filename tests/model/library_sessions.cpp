@@ -217,7 +217,7 @@ Answer LibrarySessions::remove_types(uint32_t db, Target from, const std::vector
 Answer LibrarySessions::remove_value(uint32_t db, uint32_t label, uint32_t type, Given given,
                                      const Bytes &value) {
   attrdb_record *record = record_at(label);
-  const Bytes padded = value + Bytes(2, '\0');  // an empty value is read as a word all the same
+  const Bytes padded = value + Bytes(2, '\0');  // a word is read, however short the value is
   const void *bytes = given == Given::kBytes ? padded.data() : nullptr;
   uint32_t size = size_of(value);
   if (given == Given::kStored && record != nullptr) {

@@ -263,10 +263,9 @@ uint32_t PlainSessions::remove_stored(Record &record, uint32_t type, const Bytes
   return PLATFORM_OK;
 }
 
-// By the subtype alone; an absent one is no failure.
+// By the subtype alone, whatever the value's length; an absent one is no failure.
 uint32_t PlainSessions::remove_identity(Record &record, uint32_t type, const Bytes *value) {
-  const bool has_no_word = value == nullptr || value->size() == 1;
-  const uint16_t subtype = has_no_word ? uint16_t{1} : first_word(*value);
+  const uint16_t subtype = value == nullptr ? uint16_t{1} : first_word(*value);
   changes_ += std::erase_if(record.identities[type],
                             [&](const Identity &one) { return one.subtype == subtype; });
   return PLATFORM_OK;
