@@ -208,11 +208,10 @@ void dcx_show_kivo_database_request_command_handler(void *, void *, const channe
                                                     uint32_t error_word) noexcept {
   if (error_word != 0) fatal_stop("error_word == 0", __FILE__, __LINE__);
   g_error_text[0] = '\0';
-  const message_definitions *definitions = channel_message_definitions(connection, nullptr);
   trace_row(kHandling, kRequest);
   if (trace_enabled(TRACE_MODULE_HOST_APP, kProgress)) {
     trace_row(kContent);
-    channel_dump_request(definitions);
+    channel_dump_request(channel_message_definitions(connection, nullptr));
   }
   if (const uint32_t error = channel_error(connection); error != 0) {
     trace_row(kCalledInError, error_text(error));
@@ -241,7 +240,6 @@ void dcx_show_kivo_database_request_command_handler(void *, void *, const channe
 void dcx_show_kivo_database_request_epilogue(channel_connection *connection,
                                              const char *error_text) noexcept {
   if (connection == nullptr) fatal_stop("connection != nullptr", __FILE__, __LINE__);
-  channel_message_definitions(connection, nullptr);  // the bundle's messages need none
   trace_row(kClosing, kRequest);
   if (error_text != nullptr && error_text[0] != '\0') {
     close_failed(connection, error_text);

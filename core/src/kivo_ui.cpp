@@ -90,7 +90,7 @@ struct Call {
     std::vsnprintf(error_text, size, format, args);
     va_end(args);
   }
-  void fail_entry() const noexcept {
+  void fail_field() const noexcept {
     fail("Error %d occured: %s", static_cast<int>(err), ::error_text(err));
   }
 };
@@ -158,6 +158,7 @@ void reply_common(Call &call) noexcept {
   zelui_kivo_db_common_set_database(common, name.data(), std::strlen(name.data()), err);
   zelui_kivo_db_common_set_owner(common, owner.data(), std::strlen(owner.data()), err);
   if (call.err != 0) {
+    call.fail_field();
     kivo_trace_reply(msg::kCommonErrorSet, error_text(call.err));
     return;
   }
@@ -204,7 +205,7 @@ bool append_values(Call &call, const message_definitions *definitions, zelui_kiv
     zelui_kivo_db_filter_data_set_attr_values(entry.get(), text, std::strlen(text), err);
     zelui_kivo_db_filter_append_filter_info(filter, entry.get(), err);
     if (call.err != 0) {
-      call.fail_entry();
+      call.fail_field();
     } else {
       entry.release();  // the list's now
     }
@@ -250,7 +251,7 @@ bool append_types(Call &call, const message_definitions *definitions, zelui_kivo
     zelui_kivo_db_data_set_attr_types(entry.get(), types[i], err);
     zelui_kivo_db_append_db_info(list, entry.get(), err);
     if (call.err != 0) {
-      call.fail_entry();
+      call.fail_field();
     } else {
       entry.release();  // the list's now
     }
