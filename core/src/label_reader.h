@@ -14,17 +14,17 @@ namespace kivo {
 
 class LabelReader {
  public:
-  static constexpr uint32_t kPieceBlocks = 85;
-  static constexpr uint32_t kPiece = kPieceBlocks * KIVO_INDEX_LIST_BLOCK_LABELS;
+  static constexpr uint32_t kPiece = 85 * KIVO_INDEX_LIST_BLOCK_LABELS;
 
   explicit LabelReader(const kivo_index_list *list) noexcept : block_(list), left_(list->count) {}
 
   // The labels that come next, at most kPiece; none at the end. They hold until the next call.
   std::span<const uint32_t> next() noexcept {
     uint32_t n = 0;
-    for (uint32_t i = 0; i < kPieceBlocks && block_ != nullptr && is_marked(block_) && left_ != 0;
-         ++i, block_ = block_->next) {
-      const uint32_t in_block = std::min({block_->count, left_, KIVO_INDEX_LIST_BLOCK_LABELS});
+    // Counted in labels: of damaged blocks that count none, any number is passed over.
+    for (; block_ != nullptr && is_marked(block_) && left_ != 0 && n <= kPiece - kBlockLabels;
+         block_ = block_->next) {
+      const uint32_t in_block = std::min({block_->count, left_, kBlockLabels});
       // A block is copied whole: its size is known then, and the piece has room for all of them.
       std::memcpy(piece_ + n, block_->labels, sizeof block_->labels);
       n += in_block;
@@ -34,6 +34,8 @@ class LabelReader {
   }
 
  private:
+  static constexpr uint32_t kBlockLabels = KIVO_INDEX_LIST_BLOCK_LABELS;
+
   const kivo_index_list *block_;
   uint32_t left_;
   uint32_t piece_[kPiece];

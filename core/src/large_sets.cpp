@@ -126,9 +126,17 @@ class LabelTable {
   bool holds_zero_ = false;
 };
 
+// The labels that can be read of a set: its head counts more when it is damaged.
+uint32_t count_readable(const kivo_index_list *list) noexcept {
+  LabelReader reader(list);
+  size_t n_labels = 0;
+  for (auto piece = reader.next(); !piece.empty(); piece = reader.next()) n_labels += piece.size();
+  return static_cast<uint32_t>(n_labels);
+}
+
 bool intersect_by_table(const kivo_index_list *a, const kivo_index_list *b,
                         kivo_index_list *result) noexcept {
-  LabelTable table(a->count);
+  LabelTable table(count_readable(a));
   if (!table.made()) return false;
   LabelReader in_a(a);
   for (auto piece = in_a.next(); !piece.empty(); piece = in_a.next()) table.add(piece);
@@ -182,7 +190,7 @@ IndexListPtr narrow_in_store(const kivo_index_list *candidates, uint32_t type, c
   if (attrdb_count_labels_by_attr == nullptr || attrdb_keep_labels_by_attr == nullptr)
     return nullptr;
   uint32_t count = 0;
-  if (!is_list(candidates) ||
+  if (!is_list(candidates) || candidates->count == 0 ||
       attrdb_count_labels_by_attr(type, value, length, &count) != PLATFORM_OK || count == 0 ||
       (candidates->count < kLargeSet && count < kLargeSet)) {
     return nullptr;

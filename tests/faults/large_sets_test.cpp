@@ -143,6 +143,39 @@ TEST_F(LargeSets, IntersectUpToADamagedBlock) {
   }
 }
 
+// Blocks that count nothing are passed over, however many lie side by side.
+TEST_F(LargeSets, IntersectBehindDamagedCounts) {
+  for (const Labels &labels : {every(1, 9000), shuffled(every(1, 9000))}) {
+    kivo_index_list *a = list_of(labels);
+    kivo_index_list *b = list_of(every(1, 9000));
+    Labels left = labels;
+    left.erase(left.begin() + 1200, left.begin() + 4800);
+    kivo_index_list *block = a;
+    for (int i = 0; i < 400; ++i, block = block->next) block->count = i < 100 ? block->count : 0;
+    kivo_index_list *both = nullptr;
+    EXPECT_EQ(0u, kivo_index_list_intersection(a, b, &both));
+    EXPECT_EQ(common(left, every(1, 9000)), taken(both));
+    kivo_index_list_free(a);
+    kivo_index_list_free(b);
+  }
+}
+
+// A head that counts more than there is costs no memory for it.
+TEST_F(LargeSets, IntersectByTheLabelsThatAreThere) {
+  kivo_index_list *a = list_of({7, 5, 9});
+  kivo_index_list *b = list_of(shuffled(every(1, 5000)));
+  a->count = 1 << 28;
+  largest_zalloc = 0;
+  kivo_index_list *both = nullptr;
+  EXPECT_EQ(0u, kivo_index_list_intersection(a, b, &both));
+  EXPECT_GT(size_t{4096}, largest_zalloc);
+  Labels found = taken(both);
+  std::erase(found, 0u);
+  EXPECT_EQ((Labels{5, 7, 9}), sorted(found));
+  kivo_index_list_free(a);
+  kivo_index_list_free(b);
+}
+
 // Sessions of a few domains and methods, each on an interface of a dozen.
 constexpr uint32_t kSessions = 12000;
 constexpr uint32_t kDomain = AAA_ATTR_DOMAIN;
@@ -233,6 +266,23 @@ TEST_F(LargeAnswers, AreNarrowedWhereTheStoreHasThem) {
   g_kept_in_store = 0;
   for (const auto &query : kQueries) expect_model_says(query);
   EXPECT_GT(g_kept_in_store, 20u);
+}
+
+// Candidates whose head counts none fail a condition that somebody meets, in the store too.
+TEST_F(LargeAnswers, AreRefusedForCandidatesThatCountNone) {
+  for (const Value &second : {domain(1), number(kMac, 77)}) {
+    kivo_maqi query;
+    uint32_t flag = 0;
+    const auto add = [&](const Value &value) {
+      return kivo_add_attr_to_query(&query, value.first, value.second.data(),
+                                    static_cast<uint32_t>(value.second.size()), &flag);
+    };
+    EXPECT_EQ(0u, kivo_start_multi_attr_query(db_, &query));
+    EXPECT_EQ(0u, add(domain(0)));
+    query.candidates->count = 0;
+    EXPECT_EQ(KIVO_ERR_INVALID_ARG, add(second));
+    EXPECT_EQ(nullptr, query.candidates);
+  }
 }
 
 TEST_F(LargeAnswers, AreGatheredWhenTheyCannotBeNarrowedThere) {

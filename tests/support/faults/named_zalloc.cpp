@@ -4,5 +4,6 @@
 #include "support/faults/replacement.h"
 
 extern "C" void *named_zalloc(named_site *site, size_t size) noexcept {
+  if (size > kivo_test::largest_zalloc) kivo_test::largest_zalloc = size;
   KIVO_TEST_FAIL_OR_FORWARD(named_zalloc, nullptr, site, size);
 }
