@@ -45,14 +45,13 @@ void show_by_mac(kivo_db &db, const void *filter) noexcept {
 
 void show_by_ipv4(kivo_db &db, uint32_t address) noexcept {
   kivo_index_list *found = nullptr;
-  uint32_t status = kivo_index_list_create(&found);
-  if (status != KIVO_INDEX_LIST_OK) {
-    kivo_trace_error(msg::kShowListFailed, error_text(status));
+  if (kivo_index_list_create(&found) != KIVO_INDEX_LIST_OK) {
+    kivo_trace_error(msg::kShowListFailed, error_text(KIVO_ERR_NO_MEMORY));
     return;
   }
   uint32_t count = 0;
-  status = kivo_match_labels_by_attr(&db, AAA_ATTR_IPV4_ADDRESS, &address, sizeof(address), &found,
-                                     &count);
+  const uint32_t status = kivo_match_labels_by_attr(&db, AAA_ATTR_IPV4_ADDRESS, &address,
+                                                    sizeof(address), &found, &count);
   const IndexListPtr labels(found);
   kivo_console_write("\n Num matches: %d", static_cast<int>(count));
   if (status != PLATFORM_OK || count == 0) {

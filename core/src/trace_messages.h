@@ -1,6 +1,6 @@
 // Every message that the library traces: number and text, one row each. Call sites name the message
-// (trace.h) and choose its class. Numbers are stable: tools that read traces know them; a new
-// message takes a new number in its room's hundred. Texts are given to the letter, slips included.
+// (trace.h) and choose its class. Numbers and texts never change, slips included: tools that read
+// traces know them. A new message takes a new number in its room's hundred.
 #pragma once
 
 #include <cstdint>

@@ -512,7 +512,7 @@ const std::vector<Row> kPlainRows = {
    .after = console_shows(kHeader + "\n Num matches: 1\n\nNo matching records found with supplied IPV4 Address: 16908480"),
    .before = [](World &w) { w.write(AAA_ATTR_IPV4_ADDRESS, std::string(reinterpret_cast<const char *>(&kAddress), 4)); }, .errors_only = true},
   {.name = "ShowByIpv4WithoutMemoryForLabels", .call = [](World &) { return show_db(KIVO_SHOW_BY_IPV4, kAddress); },
-   .fault = {"chunk_malloc"}, .traces = E(std::string("Kivo index list create failed, Error: ") + error_text(KIVO_INDEX_LIST_NO_MEMORY)),
+   .fault = {"chunk_malloc"}, .traces = E(std::string("Kivo index list create failed, Error: ") + kNoMemory),
    .after = console_shows(kHeader), .errors_only = true},
   {.name = "ShowOfDatabaseWithoutConfiguration", .call = [](World &) { return show_db(KIVO_SHOW_NOTIFICATIONS, 0); },
    .after = console_shows(header("ATTR_DB", "owner") + "\n\n           ATTRIBUTE  ATTR TYPE    NOTIFY CLIENTS  ACT   NOTIFY HANDLES\n--------------------  ---------  ----------------  ---  ---------------\nNo Attributes Found."),
