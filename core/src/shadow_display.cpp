@@ -5,6 +5,10 @@
 #include "platform/aaa.h"
 #include "trace.h"
 
+// A host's own platform need not have it.
+extern "C" __attribute__((weak)) shadowdb_rec *auth_mgr_idc_peek_shadow_record_in_ctxt(
+    const auth_ctxt *ctxt) noexcept;
+
 using namespace kivo;
 
 namespace {
@@ -33,6 +37,13 @@ void print_entry(const shadowdb_attr_entry &entry) noexcept {
     kivo_console_write("%02x ", entry.value[i]);
   }
   kivo_console_write("\n");
+}
+
+// Whether a session's shadow record was never made, as far as the platform can tell. Asking for the
+// record would make it.
+bool has_no_shadow(const attrdb_record &record) noexcept {
+  return auth_mgr_idc_peek_shadow_record_in_ctxt != nullptr &&
+         auth_mgr_idc_peek_shadow_record_in_ctxt(record.ctxt) == nullptr;
 }
 
 // Whether there is a list to fill. When there is none, `status` tells why.
@@ -94,6 +105,7 @@ uint32_t shadowdb_show_rec(kivo_db *db, uint32_t label) noexcept {
     kivo_trace_shadow(kShadowFailure, msg::kShadowShowNoRecord);
     return status;
   }
+  if (record != nullptr && has_no_shadow(*record)) return PLATFORM_OK;
   const shadowdb_rec *shadow =
       record == nullptr ? nullptr : auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt);
   if (shadow == nullptr) {

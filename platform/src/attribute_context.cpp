@@ -225,4 +225,8 @@ extern "C" shadowdb_rec *auth_mgr_idc_get_shadow_record_in_ctxt(auth_ctxt *ctxt)
   return ctxt->shadow;
 }
 
+extern "C" shadowdb_rec *auth_mgr_idc_peek_shadow_record_in_ctxt(const auth_ctxt *ctxt) noexcept {
+  return ctxt != nullptr ? ctxt->shadow : nullptr;
+}
+
 extern "C" std::uint32_t auth_mgr_idc_live_ctxts(void) noexcept { return sessions.live_contexts(); }

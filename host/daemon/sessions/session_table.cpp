@@ -72,7 +72,7 @@ void remove_stale_addresses(kivo_db *db, attrdb_record *record, const EventValue
 // Removes the identities with a subtype beyond those that the event names.
 void remove_stale_identities(kivo_db *db, attrdb_record *record, uint32_t type, uint32_t index,
                              const EventValues &values) {
-  const shadowdb_rec *shadow = auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt);
+  const shadowdb_rec *shadow = auth_mgr_idc_peek_shadow_record_in_ctxt(record->ctxt);
   if (shadow == nullptr) return;
   const auto n_named = static_cast<uint32_t>(std::ranges::count_if(
       values.all(), [&](const EventValue &value) { return value.type == type; }));

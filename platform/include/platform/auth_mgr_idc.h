@@ -84,6 +84,11 @@ PLATFORM_API uint32_t auth_mgr_idc_merge_rec_to_list_without_replace(
 PLATFORM_API struct shadowdb_rec *auth_mgr_idc_get_shadow_record_in_ctxt(auth_ctxt *ctxt)
     PLATFORM_NOEXCEPT;
 
+/* The same for whoever only reads: null also while nobody has asked for the session's shadow
+ * record. Optional: the library does without it where a host's own platform lacks it. */
+PLATFORM_API struct shadowdb_rec *auth_mgr_idc_peek_shadow_record_in_ctxt(const auth_ctxt *ctxt)
+    PLATFORM_NOEXCEPT;
+
 /* An address as text: 4 bytes dotted decimal, 6 bytes as 0011.2233.4455, 16 bytes as IPv6
  * (RFC 5952), any other size as hexadecimal digits (at most 64 bytes of the value, then "...").
  * value  size bytes; null gives "".
