@@ -8,6 +8,7 @@
 
 #include "kivo/display.h"
 #include "kivo/shadow_db.h"
+#include "platform/named_alloc.h"
 #include "support/console_capture.h"
 #include "support/process.h"
 
@@ -79,7 +80,9 @@ TEST_F(Listings, OfEveryRecordHaveEveryKindAndTheIdentities) {
   shadowdb_rec *shadow = auth_mgr_idc_get_shadow_record_in_ctxt(kivo_test::find_record(7)->ctxt);
   ASSERT_EQ(0u,
             shadowdb_add_or_update_attr(shadow, 1, AAA_ATTR_EXT_USER, "\x05\x00x", 3, &changed));
+  const uint64_t live = named_live_blocks();
   kivo_show_all_records(1);
+  EXPECT_EQ(live, named_live_blocks());
   EXPECT_EQ(kHeader + record_heading(0, 2, "0x1f") + line("user-name", "ann") +
                 line("port", "0x2a") + line("start-time", "0x200000001") +
                 line("ipv4-address", "192.2.2.7") + line("ipv6-addresses", "2001:db8::1") +
