@@ -11,8 +11,8 @@ namespace kivod {
 class InterfaceTable {
  public:
   // The number of an interface, a new one when no session is on it; counts one session in.
-  // key  access server and port, unambiguous among all. Throws std::bad_alloc, nothing changed
-  // then.
+  // key  access server and port, unambiguous among all.
+  // Throws std::bad_alloc, nothing changed then.
   uint32_t enter(const std::string &key);
 
   // Counts one session out; the number is forgotten with the last. 0 and unknown numbers are

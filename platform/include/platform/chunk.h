@@ -20,13 +20,16 @@ typedef struct chunk_pool chunk_pool;
 
 /* Makes a pool. No slab is taken before the first block. Slabs have a power of two of bytes, at
  * most 256 KiB; blocks of a fresh slab come in ascending address order, released ones come first,
- * the one released last at the head. name       static text, for traces; may be null. size element
- * size in bytes, 1 to 65,536; rounded up to a multiple of 16. per_slab   elements by which the pool
- * grows, 1 to 65,535. A slab holds at least as many, or what fits 256 KiB; all that its power of
- * two has room for is used. flags      bit 0 the pool may grow, else it has exactly per_slab
- * elements; bit 4 elements are aligned to their cache line (always so for sizes that are multiples
- * of 64). Other bits are ignored. reserved1, reserved2  0. Returns the pool, or null for a bad size
- * or without memory. */
+ * the one released last at the head.
+ * name      static text, for traces; may be null.
+ * size      element size in bytes, 1 to 65,536; rounded up to a multiple of 16.
+ * per_slab  elements by which the pool grows, 1 to 65,535. A slab holds at least as many, or what
+ *           fits 256 KiB; all that its power of two has room for is used.
+ * flags     bit 0 the pool may grow, else it has exactly per_slab elements; bit 4 elements are
+ *           aligned to their cache line (always so for sizes that are multiples of 64). Other bits
+ *           are ignored.
+ * reserved1, reserved2  0.
+ * Returns the pool, or null for a bad size or without memory. */
 PLATFORM_API chunk_pool *chunk_create(const char *name, uint32_t size, uint32_t per_slab,
                                       uint32_t flags, uint32_t reserved1,
                                       uint32_t reserved2) PLATFORM_NOEXCEPT;

@@ -26,7 +26,7 @@
 #define AAA_ERR_UNSUPPORTED_ATTR UINT32_C(2) /* attribute type outside the dictionary */
 #define AAA_ERR_NO_MEMORY        UINT32_C(0xa0020400)
 #define AAA_ERR_INVALID_ARG      UINT32_C(0xa0020600)
-#define AAA_ERR_NO_ROOM          UINT32_C(0xa0020800) /* a value above 65,535 bytes; too many lists */
+#define AAA_ERR_NO_ROOM          UINT32_C(0xa0020800) /* value above 65,535 bytes; too many lists */
 #define AAA_ERR_STALE_LIST       UINT32_C(0xa0020a00) /* the list was freed, or never existed */
 #define AAA_ERR_NOT_FOUND        UINT32_C(0xa0021200) /* the value to remove is not there */
 
@@ -52,6 +52,6 @@
 #define KIVO_ERR_NO_ROOM       UINT32_C(0xa0030800) /* no free client entry */
 #define KIVO_ERR_NO_CURSOR     UINT32_C(0xa0030e00) /* no cursor over an attribute list */
 #define KIVO_ERR_NOT_FOUND     UINT32_C(0xa0031200) /* a session without a shadow record */
-#define KIVO_ERR_INVALID_VALUE UINT32_C(22)         /* old value too long; write without a record */
+#define KIVO_ERR_INVALID_VALUE UINT32_C(22)         /* old value too long; no shadow record */
 
 #endif
