@@ -2,6 +2,8 @@
  * finds it by its MAC address and shows it on the console. */
 #include <kivo/kivo.h>
 #include <platform/aaa.h>
+#include <platform/attrdb.h>
+#include <platform/auth_mgr_idc.h>
 #include <platform/subsys.h>
 #include <stdio.h>
 
@@ -41,7 +43,8 @@ int main(void) {
 
   subsys_start();
   kivo_db *db = NULL;
-  if (failed("create database", kivo_create_database(KIVO_SHOW_DB_NAME, "minimal", &client, rows,
+  if (failed("declare index", attrdb_declare_index(AAA_ATTR_MAC_ADDRESS)) ||
+      failed("create database", kivo_create_database(KIVO_SHOW_DB_NAME, "minimal", &client, rows,
                                                      sizeof(rows) / sizeof(rows[0]), &db)) ||
       failed("register",
              kivo_register_attr_change_notification(db, AAA_ATTR_MAC_ADDRESS,

@@ -1,8 +1,12 @@
-/* Debug flags, trace module ids and the gate that every trace of the library passes.
+/* Debug flags, trace module ids and the gate that the library's traces pass.
  *
  * The library's traces come in two classes: error traces (level 3) and event traces (level 6). One
  * is written when the trace facility wants the level for kivo_trace_id and then the gate is open.
- */
+ * So a program that wants to see them all says after the start, with platform/trace.h:
+ *   trace_add_stream_sink(stderr); trace_set_level(kivo_trace_id, 6); kivo_debug_level_all = 1;
+ *
+ * The shadow store and the request service trace under the host application's module instead,
+ * without the gate. */
 #ifndef KIVO_DEBUG_H
 #define KIVO_DEBUG_H
 
@@ -42,16 +46,16 @@ KIVO_API int32_t sh_attrdb_debug_level_event;
 KIVO_API uint32_t kivo_debugging_all_on(void) KIVO_NOEXCEPT;
 
 /* The gate: 1 when a message of this kind is to be written.
- * kind          a KIVO_DEBUG_KIND_*; greater ones pass only by ALL or ERROR.
+ * kind          a KIVO_DEBUG_KIND_*; greater ones pass only by ALL, or by ERROR as below.
  * honour_error  nonzero: the flag ERROR opens the gate for every kind.
  * Reads at most three flags. */
 KIVO_API uint32_t kivo_debugging_event_active(uint32_t kind, uint32_t honour_error) KIVO_NOEXCEPT;
 
 /* Formats a debug message "[KIVO:name:line] text", cut at 511 characters, and traces it under
  * kivo_trace_id at level 6 when the facility wants that and the gate is open for kind.
- * kind    names the flag in the prefix; above 3 the name is empty.
+ * kind    a KIVO_DEBUG_KIND_*, the flag that the prefix names; above 3 the name is empty.
  * line    of the caller; 0 leaves it out of the prefix.
- * format  as for printf(3).
+ * format  as for printf(3), with its arguments.
  * Without memory for the text nothing is written. */
 KIVO_API void kivo_buginf(uint32_t kind, uint64_t line, const char *format, ...) KIVO_NOEXCEPT
     __attribute__((format(printf, 3, 4)));

@@ -22,19 +22,22 @@
 
 /* Gathers the answer to a request and writes it onto the connection: the database, then the one
  * session that was asked for or the list of attribute types.
- * connection  must be given, else a trace is all that happens.
+ * connection  that of the request; null is traced, and nothing else happens.
  * command     the request; when it is null the error text says so.
  * error_text  receives the reason of a failure, cut to size - 1 characters and NUL-terminated; left
- *             alone otherwise: the caller empties it first.
+ *             alone otherwise: the caller empties it first. Null as for connection.
  * size        bytes of error_text, at least 1.
  * Returns KIVO_RESPONSE_SYNCHRONOUS. */
 KIVO_API int zelui_show_kivo_database_cb(channel_connection *connection,
                                          const channel_command *command, char *error_text,
                                          uint32_t size) KIVO_NOEXCEPT;
 
-/* Handles a request: opens the bundle, has the callback write the answer, closes the bundle. The
- * first two arguments are not read; error_word is 0, else the process stops. A callback that
- * returns neither of the two results, or registers a continuation and then returns
+/* Handles a request: opens the bundle, has the callback write the answer, closes the bundle.
+ * channel, request  not read.
+ * command           the request, handed to the callback as it is.
+ * connection        that of the request.
+ * error_word        0, else the process stops.
+ * A callback that returns neither of the two results, or registers a continuation and then returns
  * KIVO_RESPONSE_ASYNCHRONOUS, stops the process as well. */
 KIVO_API void dcx_show_kivo_database_request_command_handler(void *channel, void *request,
                                                              const channel_command *command,
@@ -43,8 +46,9 @@ KIVO_API void dcx_show_kivo_database_request_command_handler(void *channel, void
 
 /* Closes the bundle: commits it, or with an error text aborts it and refuses the request with that
  * text. The handler registers it with the channel, which runs it; after an asynchronous response
- * the application has channel_finish_async() run it, before the next request. A null connection
- * stops the process. */
+ * the application has channel_finish_async() run it, before the next request.
+ * connection  that of the request; null stops the process.
+ * error_text  null or empty after success. */
 KIVO_API void dcx_show_kivo_database_request_epilogue(channel_connection *connection,
                                                       const char *error_text) KIVO_NOEXCEPT;
 

@@ -1,6 +1,7 @@
 /* Start-up: how the process brings the library to life. Loading the library enrols a record named
- * "kivo" in the process's registry of subsystems; subsys_start() then calls kivo_init(). There is
- * no shutdown. */
+ * "kivo" in the process's registry of subsystems; subsys_start() (platform/subsys.h), which the
+ * process calls once, before anything else of the library, then calls kivo_init(). There is no
+ * shutdown. */
 #ifndef KIVO_STARTUP_H
 #define KIVO_STARTUP_H
 
