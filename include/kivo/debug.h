@@ -23,7 +23,7 @@ KIVO_API int32_t kivo_debug_level_all;
 KIVO_API int32_t kivo_debug_level_error;
 KIVO_API int32_t kivo_debug_level_event;
 
-/* Where the flags are read: null, ALL, ERROR, EVENT. Whoever repoints an element (never to null)
+/* Where the gate reads the flags: null, ALL, ERROR, EVENT. Whoever repoints an element (never to null)
  * redirects the gate. */
 KIVO_API int32_t *kivo_debug_level[4];
 
@@ -42,7 +42,7 @@ KIVO_API int32_t sh_attrdb_debug_level_event;
 #define KIVO_DEBUG_KIND_ERROR UINT32_C(2)
 #define KIVO_DEBUG_KIND_EVENT UINT32_C(3)
 
-/* 1 when the flag ALL is on, else 0. */
+/* 1 when kivo_debug_level_all is on, wherever the gate reads it; else 0. */
 KIVO_API uint32_t kivo_debugging_all_on(void) KIVO_NOEXCEPT;
 
 /* The gate: 1 when a message of this kind is to be written.

@@ -3,8 +3,9 @@
  *
  * Conventions:
  * 1. A shadow record belongs to its session's attribute context, which makes it on first request
- *    and destroys it: auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt)
- *    (platform/auth_mgr_idc.h). One made with shadowdb_alloc_record() is its maker's.
+ *    and destroys it: auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt), or for whoever only
+ *    reads auth_mgr_idc_peek_shadow_record_in_ctxt(), which makes none (platform/auth_mgr_idc.h).
+ *    One made with shadowdb_alloc_record() is its maker's.
  * 2. Sessions get their identities from the list writes (attribute_write.h) and lose them by the
  *    removal by type and value (attribute_removal.h), which announce them. Nothing here notifies.
  * 3. An identity, and the address of its value, hold until it is written again or removed, or the
@@ -101,10 +102,11 @@ KIVO_API uint32_t shadowdb_get_session_attribute(const shadowdb_rec *record, uin
 KIVO_API uint32_t shadowdb_get_session_attributes(const shadowdb_rec *record,
                                                   uint32_t attr_list) KIVO_NOEXCEPT;
 
-/* Prints a session's identities on the console (display.h), values as hexadecimal bytes, 16 a line.
+/* Prints a session's identities on the console (display.h), values as hexadecimal bytes, 16 a line;
+ * nothing for a session that has none.
  * Returns 0; KIVO_ERR_INVALID_ARG for a null database or label 0; the store's status;
- * KIVO_ERR_NOT_FOUND for a label without a record, or a record whose shadow record cannot be made.
- */
+ * KIVO_ERR_NOT_FOUND for a label without a record, or where a platform that cannot peek at shadow
+ * records cannot make one. */
 KIVO_API uint32_t shadowdb_show_rec(kivo_db *db, uint32_t label) KIVO_NOEXCEPT;
 
 #endif
