@@ -91,6 +91,11 @@ TEST_F(Removal, ByTypeAnnouncesBeforeAndByValueAfterwards) {
             }));
   EXPECT_EQ(Texts{},
             changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kUser); }));
+  // An empty value stays.
+  EXPECT_EQ(0u, auth_mgr_idc_add_or_update_attr(record_->ctxt, kUser, "", 0, nullptr));
+  EXPECT_EQ(Texts{},
+            changes_of([&] { return kivo_remove_attr_from_record_by_type(db_, record_, kUser); }));
+  EXPECT_EQ(0u, auth_mgr_idc_remove_attr_by_type_and_value(record_->ctxt, kUser, "", 0));
 }
 
 TEST_F(Removal, OfEightAddressesAnnouncesSixAndRemovesAll) {
