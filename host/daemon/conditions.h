@@ -1,5 +1,5 @@
 // Conditions on sessions as operators write them: "domain=example.net, method=radius". A name is an
-// attribute name of the dictionary, a value is written as its kind is.
+// attribute name of the dictionary; how values are written is in sessions/value_text.h.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace kivod {
 
 struct AttrCondition {
   uint32_t type;
-  std::string bytes;  // in the encoding of the type
+  std::string bytes;  // as they are stored
 };
 
 // Reads conditions separated by commas. Blanks around names and values do not count; a value in

@@ -57,7 +57,7 @@ TEST_F(AccountingEventOfARecord, CarriesEachValueUnderItsType) {
        {"02-00-5E-00-53-F3:a"}},
       {"Framed-IP-Address = 198.51.100.7", AAA_ATTR_IPV4_ADDRESS, {"\xc6\x33\x64\x07"}},
       {"Attr-8 = 0xc6336407", AAA_ATTR_IPV4_ADDRESS, {}},
-      {"Framed-IPv6-Prefix = 2001:db8:1:2::/64", AAA_ATTR_IPV6_PREFIX, {"2001:db8:1:2::/64"}},
+      {"Framed-IPv6-Prefix = 2001:DB8:1:2:0::/64", AAA_ATTR_IPV6_PREFIX, {"2001:db8:1:2::/64"}},
       {"NAS-Port = 50101", AAA_ATTR_PORT, {bytes_of(uint32_t{50101})}},
       {"NAS-Port-Type = Wireless-802.11", AAA_ATTR_PORT_TYPE, {bytes_of(uint32_t{19})}},
       {R"(NAS-Port-Id = "Gi1/0/1")", AAA_ATTR_INTERFACE_NAME, {"Gi1/0/1"}},

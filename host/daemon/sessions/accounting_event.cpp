@@ -2,15 +2,13 @@
 // session, one of those that say what happened when.
 #include "accounting_event.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <bitset>
 #include <cstdio>
 #include <cstring>
 
-#include "text/mac_address.h"
+#include "value_text.h"
 
 namespace kivod {
 namespace {
@@ -48,46 +46,32 @@ bool as_ipv6(const AccountingPair &pair, Bytes &out) { return as_address(pair.ip
 bool as_prefix_text(const AccountingPair &pair, Bytes &out) {
   const auto prefix = pair.ipv6_prefix();
   if (!prefix) return false;
-  char address[INET6_ADDRSTRLEN];
-  if (inet_ntop(AF_INET6, prefix->address.data(), address, sizeof(address)) == nullptr)
-    return false;
-  out.assign(address);
-  out.append("/").append(std::to_string(prefix->bits));
+  out = prefix_text(prefix->address, prefix->bits);
   return true;
 }
 
 bool as_mac(const AccountingPair &pair, Bytes &out) {
   const auto text = pair.text();
-  const auto mac = text ? host_text::parse_mac_address(*text) : std::nullopt;
-  if (!mac) return false;
-  out.assign(reinterpret_cast<const char *>(mac->data()), mac->size());
-  return true;
+  return text && read_value(AAA_ATTR_MAC_ADDRESS, *text, out);
 }
 
-// user@realm, or DOMAIN\user. Realms compare without case (RFC 7542), so they are kept in lower
-// case.
+// user@realm, or DOMAIN\user.
 bool as_realm(const AccountingPair &pair, Bytes &out) {
   const auto text = pair.text();
   if (!text) return false;
   const size_t at = text->rfind('@');
   const size_t backslash = text->find('\\');
   if (at != std::string_view::npos) {
-    out.assign(text->substr(at + 1));
-  } else if (backslash != std::string_view::npos) {
-    out.assign(text->substr(0, backslash));
-  } else {
-    return false;
+    return read_value(AAA_ATTR_DOMAIN, text->substr(at + 1), out);
   }
-  std::transform(out.begin(), out.end(), out.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return !out.empty();
+  return backslash != std::string_view::npos &&
+         read_value(AAA_ATTR_DOMAIN, text->substr(0, backslash), out);
 }
 
-// An audit session id has exactly 24 characters; another one is made by the session table.
+// For another text than one that is such an id the session table makes one.
 bool as_audit_session_id(const AccountingPair &pair, Bytes &out) {
-  constexpr size_t kLength = 24;
-  return as_text(pair, out) && out.size() == kLength;
+  const auto text = pair.text();
+  return text && read_value(AAA_ATTR_AUDIT_SESSION_ID, *text, out);
 }
 
 // Values of Acct-Authentic: RFC 2866 section 5.6, RFC 7155 for Diameter.
