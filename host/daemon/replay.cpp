@@ -21,7 +21,9 @@ bool Replay::run(const std::string &path, std::string &error) {
         break;
       }
       case DetailFile::Progress::kEnd:
-        return true;
+        if (file->reader().records() != 0 || file->reader().faults() == 0) return true;
+        error = path + ": nothing in it is a record of the detail format";
+        return false;
       case DetailFile::Progress::kFailed:
         error = file->error();
         return false;

@@ -28,8 +28,9 @@ class Replay final : private DetailSink {
   Replay(PairDecoder &decoder, SessionTable &sessions) noexcept
       : decoder_(decoder), sessions_(sessions) {}
 
-  // Replays one file, "-" for standard input. False when it cannot be opened or read to its end;
-  // `error` then has one line that names it, and what was read is applied.
+  // Replays one file, "-" for standard input. False when it cannot be opened or read to its end, or
+  // has content and not one record; `error` then has one line that names it, and what was read is
+  // applied.
   // Throws std::bad_alloc.
   bool run(const std::string &path, std::string &error);
 

@@ -234,6 +234,7 @@ TEST_F(Kivod, TellsOnStandardErrorWhatTheLogHasWrong) {
 
 TEST_F(Kivod, SaysByItsExitStatusWhatWentWrong) {
   const std::string id25 = "0123456789012345678901234";
+  const std::string text = file("text", "no\nrecords\n");
   const struct {
     int status;
     std::vector<std::string> arguments;
@@ -254,6 +255,8 @@ TEST_F(Kivod, SaysByItsExitStatusWhatWentWrong) {
       {1,
        {"--replay", "/nonexistent/log"},
        "kivod: cannot open /nonexistent/log: No such file or directory"},
+      {1, {"--replay", text}, "kivod: " + text + ": nothing in it is a record"},
+      {0, {"--replay", file("empty", "\n")}, ""},
       {1, {"--replay", kDay, "--dictionaries", "/nonexistent"}, "/nonexistent"},
   };
   for (const auto &row : table) {
