@@ -1,8 +1,10 @@
 // kivod, the host daemon of the library: replays accounting logs, prints what is asked for, and
 // ends or stays to answer kivosh.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <new>
+#include <string>
 
 #include "host_trace.h"
 #include "kivo/display.h"
@@ -11,19 +13,24 @@
 #include "platform/attrdb.h"
 #include "replay.h"
 #include "serving/service.h"
+#include "session_printer.h"
 #include "sessions/session_database.h"
+#include "text/counted.h"
+#include "text/printable.h"
 
 namespace {
 
 using namespace kivod;
 
 constexpr int kFailed = 1;
+constexpr int kNotFound = 1;
 constexpr int kUsageError = 2;
 
 void print_summary(const ReplayCounts &counts) {
   const auto of = [&](Outcome outcome) { return counts.outcomes[static_cast<size_t>(outcome)]; };
   const ChangeCounts changes = announced_changes();
-  std::printf("Replayed %" PRIu64 " records of %" PRIu64 " files\n", counts.records, counts.files);
+  std::printf("Replayed %s of %s\n", host_text::counted(counts.records, "record").c_str(),
+              host_text::counted(counts.files, "file").c_str());
   std::printf("  sessions started %" PRIu64 ", updated %" PRIu64 ", stopped %" PRIu64
               ", accounting-on and -off %" PRIu64 "\n",
               of(Outcome::kStarted), of(Outcome::kUpdated), of(Outcome::kStopped),
@@ -40,44 +47,52 @@ void print_summary(const ReplayCounts &counts) {
   std::printf("Live sessions: %" PRIu32 "\n", attrdb_get_total_sessions());
 }
 
-void show(uint32_t command_type, uint64_t filter) {
-  kivo_show_db(command_type, filter);
-  std::fputc('\n', stdout);
-}
-
-// Returns the exit status.
-int show_what_was_asked(kivo_db *db, const Options &options) {
-  if (options.show) show(KIVO_SHOW_NOTIFICATIONS, 0);
-  if (options.attributes) {
-    kivo_show_attrs_short(db);
-    std::fputc('\n', stdout);
-  }
-  if (options.counts) {
-    kivo_show_all_records(0);
-    std::fputc('\n', stdout);
-  }
-  if (options.records) {
-    kivo_show_all_records(1);
-    std::fputc('\n', stdout);
-  }
-  if (options.session_id) {
-    show(KIVO_SHOW_BY_AUDIT_SESSION, reinterpret_cast<uint64_t>(options.session_id->c_str()));
-  }
-  if (options.mac) show(KIVO_SHOW_BY_MAC, reinterpret_cast<uint64_t>(options.mac->data()));
-  if (options.ipv4) show(KIVO_SHOW_BY_IPV4, *options.ipv4);
-  if (options.match.empty()) return 0;
-  switch (print_matches(db, options.match)) {
-    case MatchResult::kFound:
-    case MatchResult::kNone:
+// Returns the exit status that an answer stands for. Who serves goes on when nothing was found.
+int tell(Answer answer, bool serves) {
+  switch (answer) {
+    case Answer::kFound:
       return 0;
-    case MatchResult::kNotIndexed:
+    case Answer::kNone:
+      return serves ? 0 : kNotFound;
+    case Answer::kNotIndexed:
       std::fputs("kivod: --match needs a condition on an indexed attribute\n", stderr);
       return kUsageError;
-    case MatchResult::kFailed:
+    case Answer::kFailed:
       break;
   }
   std::fputs("kivod: the query failed\n", stderr);
   return kFailed;
+}
+
+// Prints what was asked for, empty lines in between. Returns the exit status.
+int show_what_was_asked(kivo_db *db, const Options &options, bool below_summary) {
+  bool is_first = !below_summary;
+  int status = 0;
+  // The library begins with a line's end.
+  const auto show = [&](auto print) {
+    print();
+    std::fputc('\n', stdout);
+    is_first = false;
+  };
+  const auto ask = [&](auto print) {
+    if (!is_first) std::fputc('\n', stdout);
+    is_first = false;
+    status = std::max(status, tell(print(), options.serve));
+  };
+  if (options.show) show([] { kivo_show_db(KIVO_SHOW_NOTIFICATIONS, 0); });
+  if (options.attributes) show([&] { kivo_show_attrs_short(db); });
+  if (options.counts) show([] { kivo_show_all_records(0); });
+  if (options.records) ask([&] { return print_all_sessions(db); });
+  if (options.session_id) ask([&] { return print_sessions_of_id(db, *options.session_id); });
+  if (options.mac) ask([&] { return print_sessions(db, *options.mac); });
+  if (options.ipv4) ask([&] { return print_sessions(db, *options.ipv4); });
+  if (!options.match.empty()) ask([&] { return print_matches(db, options.match); });
+  return status;
+}
+
+// What went wrong may name what a file holds, or a file.
+void complain(const std::string &error) {
+  std::fprintf(stderr, "kivod: %s\n", host_text::printable(error).c_str());
 }
 
 int run(const Options &options) {
@@ -86,7 +101,7 @@ int run(const Options &options) {
   std::string error;
   auto decoder = PairDecoder::open(options.dictionaries, error);
   if (!decoder) {
-    std::fprintf(stderr, "kivod: %s\n", error.c_str());
+    complain(error);
     return kFailed;
   }
   SessionTable sessions(db);
@@ -94,12 +109,13 @@ int run(const Options &options) {
   int status = 0;
   for (const std::string &path : options.replay) {
     if (replay.run(path, error)) continue;
-    std::fprintf(stderr, "kivod: %s\n", error.c_str());
+    complain(error);
     status = kFailed;
   }
   replay.report_suppressed();
-  if (!options.quiet && !options.replay.empty()) print_summary(replay.counts());
-  const int shown = show_what_was_asked(db, options);
+  const bool summary = !options.quiet && !options.replay.empty();
+  if (summary) print_summary(replay.counts());
+  const int shown = show_what_was_asked(db, options, summary);
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
     std::fputs("kivod: cannot write to standard output\n", stderr);
     return kFailed;
@@ -107,7 +123,7 @@ int run(const Options &options) {
   if (status == 0) status = shown;
   if (!options.serve || status != 0) return status;
   if (serve(options.socket, options.group, error)) return 0;
-  std::fprintf(stderr, "kivod: %s\n", error.c_str());
+  complain(error);
   return kFailed;
 }
 

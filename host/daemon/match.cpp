@@ -1,68 +1,37 @@
 // See match.h.
 #include "match.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <array>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
+#include <string>
 
 #include "kivo/query.h"
 #include "kivo/records.h"
 #include "sessions/handles.h"
 #include "sessions/stored_value.h"
-#include "text/printable.h"
+#include "sessions/value_text.h"
+#include "text/counted.h"
 #include "text/text_table.h"
 
 namespace kivod {
 namespace {
 
-std::string text_cell(std::string_view bytes) { return host_text::printable(bytes); }
-
-std::string address_cell(std::string_view bytes) {
-  return auth_mgr_safe_printable_mac(bytes.empty() ? nullptr : bytes.data(),
-                                     static_cast<uint32_t>(bytes.size()));
-}
-
-// The first of several addresses, and how many more there are.
-std::string addresses_cell(std::string_view bytes) {
-  constexpr size_t kSize = 16;
-  std::string cell = address_cell(bytes.substr(0, kSize));
-  if (bytes.size() > kSize) cell += " +" + std::to_string(bytes.size() / kSize - 1);
-  return cell;
-}
-
-std::string time_cell(std::string_view bytes) {
-  uint64_t seconds = 0;
-  if (bytes.size() != sizeof(seconds)) return {};
-  std::memcpy(&seconds, bytes.data(), sizeof(seconds));
-  const auto time = static_cast<time_t>(seconds);
-  tm utc{};
-  std::array<char, 32> text{};
-  if (gmtime_r(&time, &utc) == nullptr) return {};
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text.data();
-}
-
 struct Column {
   const char *heading;
   uint32_t type;
-  uint32_t instead;  // shown as text for a session that lacks the type; 0 for none
-  std::string (*cell)(std::string_view bytes);
+  uint32_t instead;  // shown for a session that lacks the type; 0 for none
 };
 
 constexpr Column kColumns[] = {
-    {"USER", AAA_ATTR_USER_NAME, 0, text_cell},
-    {"MAC", AAA_ATTR_MAC_ADDRESS, 0, address_cell},
-    {"IPV4", AAA_ATTR_IPV4_ADDRESS, 0, address_cell},
-    {"IPV6", AAA_ATTR_IPV6_ADDRESSES, 0, addresses_cell},
-    {"SERVER", AAA_ATTR_ACCESS_SERVER_ADDRESS, AAA_ATTR_ACCESS_SERVER_ID, address_cell},
-    {"INTERFACE", AAA_ATTR_INTERFACE_NAME, 0, text_cell},
-    {"SESSION", AAA_ATTR_SESSION_ID, 0, text_cell},
-    {"METHOD", AAA_ATTR_METHOD, 0, text_cell},
-    {"START", AAA_ATTR_START_TIME, 0, time_cell},
+    {"USER", AAA_ATTR_USER_NAME, 0},
+    {"MAC", AAA_ATTR_MAC_ADDRESS, 0},
+    {"IPV4", AAA_ATTR_IPV4_ADDRESS, 0},
+    {"IPV6", AAA_ATTR_IPV6_ADDRESSES, 0},
+    {"SERVER", AAA_ATTR_ACCESS_SERVER_ADDRESS, AAA_ATTR_ACCESS_SERVER_ID},
+    {"INTERFACE", AAA_ATTR_INTERFACE_NAME, 0},
+    {"SESSION-ID", AAA_ATTR_SESSION_ID, 0},
+    {"METHOD", AAA_ATTR_METHOD, 0},
+    {"START", AAA_ATTR_START_TIME, 0},
 };
 
 host_text::TextTable make_table() {
@@ -71,13 +40,22 @@ host_text::TextTable make_table() {
   return host_text::TextTable(std::move(headings));
 }
 
+// The first value, and how many more there are.
+std::string make_cell(const attrdb_record &record, uint32_t type) {
+  std::vector<std::string_view> values;
+  get_stored_values(record, type, values);
+  if (values.empty()) return {};
+  const std::string cell = shown_value(type, values[0]);
+  return values.size() == 1 ? cell : cell + " +" + std::to_string(values.size() - 1);
+}
+
 std::vector<std::string> make_row(const attrdb_record &record) {
   std::vector<std::string> cells = {std::to_string(record.label)};
   for (const Column &column : kColumns) {
-    const std::string_view bytes = stored_value(record, column.type);
-    const bool use_instead = bytes.empty() && column.instead != 0;
-    cells.push_back(use_instead ? text_cell(stored_value(record, column.instead))
-                                : column.cell(bytes));
+    cells.push_back(make_cell(record, column.type));
+    if (cells.back().empty() && column.instead != 0) {
+      cells.back() = make_cell(record, column.instead);
+    }
   }
   return cells;
 }
@@ -88,13 +66,10 @@ bool is_indexed(kivo_db *db, const AttrCondition &condition) {
          entry->indexed != 0;
 }
 
-bool meets(const attrdb_record &record, const AttrCondition &condition) {
-  const std::string_view stored = stored_value(record, condition.type);
-  if (condition.type != AAA_ATTR_IPV6_ADDRESSES) return stored == condition.bytes;
-  for (size_t i = 0; i < stored.size(); i += condition.bytes.size()) {
-    if (stored.substr(i, condition.bytes.size()) == condition.bytes) return true;
-  }
-  return false;
+bool meets(const attrdb_record &record, const AttrCondition &condition,
+           std::vector<std::string_view> &values) {
+  get_stored_values(record, condition.type, values);
+  return std::ranges::find(values, condition.bytes) != values.end();
 }
 
 bool add_conditions(kivo_maqi &query, const std::vector<AttrCondition> &conditions) {
@@ -112,31 +87,34 @@ bool add_conditions(kivo_maqi &query, const std::vector<AttrCondition> &conditio
 
 }  // namespace
 
-MatchResult print_matches(kivo_db *db, const std::vector<AttrCondition> &conditions) {
+Answer print_matches(kivo_db *db, const std::vector<AttrCondition> &conditions) {
   const auto indexed = [&](const AttrCondition &condition) { return is_indexed(db, condition); };
-  if (std::ranges::none_of(conditions, indexed)) return MatchResult::kNotIndexed;
+  if (std::ranges::none_of(conditions, indexed)) return Answer::kNotIndexed;
   kivo_maqi query;
   LabelSet labels;
   uint32_t count = 0;
   if (kivo_start_multi_attr_query(db, &query) != PLATFORM_OK ||
       !add_conditions(query, conditions) ||
       kivo_get_matches_for_query(&query, labels.receive(), &count) != PLATFORM_OK) {
-    return MatchResult::kFailed;
+    return Answer::kFailed;
   }
   host_text::TextTable table = make_table();
+  std::vector<std::string_view> values;
   uint32_t n_found = 0;
   uint32_t cursor = 0;
   while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {
     attrdb_record *record = nullptr;
-    if (kivo_get_record(db, label, &record) != PLATFORM_OK) return MatchResult::kFailed;
-    const auto met = [&](const AttrCondition &condition) { return meets(*record, condition); };
+    if (kivo_get_record(db, label, &record) != PLATFORM_OK) return Answer::kFailed;
+    const auto met = [&](const AttrCondition &condition) {
+      return meets(*record, condition, values);
+    };
     if (record == nullptr || !std::ranges::all_of(conditions, met)) continue;
     table.add(make_row(*record));
     ++n_found;
   }
   if (n_found != 0) table.print(stdout);
-  std::printf("%u sessions\n", n_found);
-  return n_found != 0 ? MatchResult::kFound : MatchResult::kNone;
+  std::printf("%s\n", host_text::counted(n_found, "session").c_str());
+  return n_found != 0 ? Answer::kFound : Answer::kNone;
 }
 
 }  // namespace kivod

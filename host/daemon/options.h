@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "conditions.h"
-#include "text/mac_address.h"
 #include "text/socket_path.h"
 
 namespace kivod {
@@ -16,9 +15,9 @@ struct Options {
   std::vector<std::string> replay;
   std::string dictionaries;  // empty: where they were found at configuration
   bool show = false;
-  std::optional<std::string> session_id;  // 24 characters
-  std::optional<host_text::MacAddress> mac;
-  std::optional<uint32_t> ipv4;  // network order in memory
+  std::optional<std::string> session_id;  // an audit session id or an Acct-Session-Id
+  std::optional<AttrCondition> mac;
+  std::optional<AttrCondition> ipv4;
   bool attributes = false;
   bool counts = false;
   bool records = false;
