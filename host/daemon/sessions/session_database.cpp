@@ -1,5 +1,4 @@
-// See session_database.h. The rows are one table; the fourteen most telling come first, since
-// record listings show no more.
+// See session_database.h. The rows are one table, in the order in which a session is shown.
 #include "session_database.h"
 
 #include <algorithm>
@@ -34,7 +33,7 @@ constexpr kivo_attr_config kRows[] = {
     {AAA_ATTR_AUDIT_SESSION_ID,      kIndexed, KIVO_DATA_TYPE_SESN_GUID},
     {AAA_ATTR_METHOD,                kIndexed, KIVO_DATA_TYPE_VAR_STR},
     {AAA_ATTR_START_TIME,            kPlain,   KIVO_DATA_TYPE_INT64},
-    {AAA_ATTR_INTERFACE,             kIndexed, KIVO_DATA_TYPE_INT32},
+    {AAA_ATTR_INTERFACE,             kIndexed, KIVO_DATA_TYPE_VAR_STR},
     {AAA_ATTR_IPV6_PREFIX,           kIndexed, KIVO_DATA_TYPE_IPV6_ADDR},
     {AAA_ATTR_ACCESS_SERVER_ID,      kIndexed, KIVO_DATA_TYPE_VAR_STR},
     {AAA_ATTR_CALLED_STATION,        kPlain,   KIVO_DATA_TYPE_VAR_STR},
