@@ -57,9 +57,10 @@ std::string printable(std::string_view text) {
   while (!text.empty()) {
     const Character character = first_of(text);
     const std::string_view bytes = text.substr(0, character.size);
+    const bool is_at_an_end = bytes == " " && (shown.empty() || text.size() == 1);
     if (character.code_point == '\\') {
       shown.append("\\\\");
-    } else if (shows_as_itself(character.code_point)) {
+    } else if (shows_as_itself(character.code_point) && !is_at_an_end) {
       shown.append(bytes);
     } else {
       append_escaped(shown, bytes);

@@ -10,8 +10,8 @@ namespace host_text {
 // The text with all that does not show as itself escaped byte by byte as \xNN, and a backslash as
 // two, so that different bytes never print alike. Shown as they are: characters of UTF-8 (RFC 3629,
 // without exception) whose General_Category in Unicode is neither Other (C: control, format,
-// surrogate, private use, unassigned, thus also noncharacters) nor Separator (Z; the blank aside),
-// and that are not Default_Ignorable_Code_Point (variation selectors, fillers, joiners).
+// surrogate, private use, unassigned, thus also noncharacters) nor Separator (Z; a blank aside that
+// stands inside), and that are not Default_Ignorable_Code_Point (variation selectors, fillers).
 std::string printable(std::string_view text);
 
 // How many columns of a terminal a printable text takes: none for combining characters, two for

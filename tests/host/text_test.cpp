@@ -62,7 +62,8 @@ TEST(Printable, ShowsWhatShowsAsItselfAndEscapesTheRest) {
   const struct {
     std::string text, shown;
   } table[] = {
-      {"plain ~!", "plain ~!"},
+      {"plain  ~!", "plain  ~!"},
+      {" a b ", "\\x20a b\\x20"},
       {"zo\u00eb \u20ac5 \u0905\u0902 \U0001f600", "zo\u00eb \u20ac5 \u0905\u0902 \U0001f600"},
       {"\x1b[2J", "\\x1b[2J"},
       {"\\x1b[2J\\", "\\\\x1b[2J\\\\"},
