@@ -44,7 +44,7 @@ std::string read_question(const Command &command, Question &question) {
     case Action::kShowAttributes:
       question.about = ReplyTo::kTypes;
       return "";
-    case Action::kShowBySessionId:
+    case Action::kShowByAuditId:
       return read_session_id(command.value, question);
     case Action::kShowByMac:
       return read_mac(command.value, question);

@@ -10,6 +10,7 @@ namespace {
 
 struct Row {
   Action action;
+  bool listed;                // false: an older word, understood where no other is
   std::string_view words[3];  // the unused ones are empty
   std::string_view value;     // its name, empty for none
   std::string_view help;
@@ -17,14 +18,15 @@ struct Row {
 
 // clang-format off
 constexpr Row kRows[] = {
-    {Action::kShowDatabase,    {"show", "database"},               "",     "name, owner and number of sessions"},
-    {Action::kShowAttributes,  {"show", "database", "attributes"}, "",     "the attributes of a session, with position and kind"},
-    {Action::kShowBySessionId, {"show", "database", "session-id"}, "ID",   "the session with this audit session id"},
-    {Action::kShowByMac,       {"show", "database", "mac"},        "MAC",  "the session of this MAC address, in any usual spelling"},
-    {Action::kShowByIpv4,      {"show", "database", "ipv4"},       "ADDR", "the session of this IPv4 address"},
-    {Action::kHelp,            {"help"},                           "",     "what can be typed"},
-    {Action::kQuit,            {"exit"},                           "",     "leave"},
-    {Action::kQuit,            {"quit"},                           "",     "leave"},
+    {Action::kShowDatabase,   true,  {"show", "database"},                     "",     "name, owner and number of sessions"},
+    {Action::kShowAttributes, true,  {"show", "database", "attributes"},       "",     "what a session has, and of which kind"},
+    {Action::kShowByAuditId,  true,  {"show", "database", "audit-session-id"}, "ID",   "the session with this audit session id"},
+    {Action::kShowByAuditId,  false, {"show", "database", "session-id"},       "ID",   "the session with this audit session id"},
+    {Action::kShowByMac,      true,  {"show", "database", "mac"},              "MAC",  "the session of this MAC, however spelled"},
+    {Action::kShowByIpv4,     true,  {"show", "database", "ipv4"},             "ADDR", "the session of this IPv4 address"},
+    {Action::kHelp,           true,  {"help"},                                 "",     "what can be typed"},
+    {Action::kQuit,           true,  {"exit"},                                 "",     "leave"},
+    {Action::kQuit,           true,  {"quit"},                                 "",     "leave"},
 };
 // clang-format on
 
@@ -38,11 +40,12 @@ size_t length_of(const Row &row) {
 using Rows = std::vector<const Row *>;
 
 // The distinct words at a place of some rows that begin like this; alone when one is typed in full.
-std::vector<std::string> words_like(const Rows &rows, size_t place, std::string_view begun) {
+std::vector<std::string> words_like(const Rows &rows, size_t place, std::string_view begun,
+                                    bool listed = true) {
   std::vector<std::string> found;
   for (const Row *row : rows) {
     const std::string_view word = word_at(*row, place);
-    if (word.empty() || !word.starts_with(begun)) continue;
+    if (row->listed != listed || word.empty() || !word.starts_with(begun)) continue;
     if (word == begun) return {std::string(word)};
     if (std::ranges::find(found, word) == found.end()) found.emplace_back(word);
   }
@@ -64,7 +67,8 @@ std::string joined(const std::vector<std::string> &words) {
 }
 
 void narrow(Place &place, std::string_view typed) {
-  const auto matching = words_like(place.rows, place.words, typed);
+  auto matching = words_like(place.rows, place.words, typed);
+  if (matching.empty()) matching = words_like(place.rows, place.words, typed, false);
   const std::string quoted = std::string("'").append(typed).append("'");
   if (matching.size() > 1) {
     place.error = GrammarError{quoted + " is ambiguous: " + joined(matching)};
@@ -121,6 +125,7 @@ std::vector<Continuation> continuations(const Words &words) {
   const Place place = walk(words);
   if (place.error) return found;
   for (const Row *row : place.rows) {
+    if (!row->listed && place.words < length_of(*row)) continue;
     std::string rest;
     for (size_t i = place.words; i < length_of(*row); ++i) {
       rest.append(rest.empty() ? "" : " ").append(row->words[i]);

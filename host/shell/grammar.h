@@ -12,7 +12,7 @@ namespace kivosh {
 enum class Action {
   kShowDatabase,
   kShowAttributes,
-  kShowBySessionId,
+  kShowByAuditId,
   kShowByMac,
   kShowByIpv4,
   kHelp,

@@ -25,10 +25,12 @@ TEST(ShellGrammar, TakesWordsInFullAndShortened) {
   } rows[] = {
       {{"show", "database"}, action(Action::kShowDatabase)},
       {{"s", "d"}, action(Action::kShowDatabase)},
-      {{"sh", "da", "a"}, action(Action::kShowAttributes)},
+      {{"sh", "da", "at"}, action(Action::kShowAttributes)},
       {{"show", "database", "mac", "0:1"}, action(Action::kShowByMac, "0:1")},
       {{"s", "d", "m", "mac"}, action(Action::kShowByMac, "mac")},
-      {{"s", "d", "s", ""}, action(Action::kShowBySessionId, "")},
+      {{"s", "d", "au", ""}, action(Action::kShowByAuditId, "")},
+      {{"s", "d", "session-id", "i"}, action(Action::kShowByAuditId, "i")},  // not listed
+      {{"s", "d", "s", "i"}, action(Action::kShowByAuditId, "i")},
       {{"s", "d", "i", "192.0.2.1"}, action(Action::kShowByIpv4, "192.0.2.1")},
       {{"h"}, action(Action::kHelp)},
       {{"q"}, action(Action::kQuit)},
@@ -39,8 +41,8 @@ TEST(ShellGrammar, TakesWordsInFullAndShortened) {
       {{"show"}, "more is needed; expected: database"},
       {{"show", "x"}, "'x' is not known here; expected: database"},
       {{"show", "database", "x"},
-       "'x' is not known here; expected: attributes, session-id, mac, ipv4"},
-      {{"show", "database", ""}, "'' is ambiguous: attributes, session-id, mac, ipv4"},
+       "'x' is not known here; expected: attributes, audit-session-id, mac, ipv4"},
+      {{"show", "database", ""}, "'' is ambiguous: attributes, audit-session-id, mac, ipv4"},
       {{"show", "database", "mac"}, "more is needed; expected: MAC"},
       {{"show", "database", "mac", "1", "2"}, "nothing can follow here: '2'"},
       {{"help", "me"}, "nothing can follow here: 'me'"},
@@ -58,7 +60,8 @@ TEST(ShellGrammar, TellsWhatCanStandNext) {
       {{}, "", {"show", "help", "exit", "quit"}},
       {{}, "s", {"show"}},
       {{"sh"}, "", {"database"}},
-      {{"sh", "da"}, "", {"attributes", "session-id", "mac", "ipv4"}},
+      {{"sh", "da"}, "", {"attributes", "audit-session-id", "mac", "ipv4"}},
+      {{"sh", "da"}, "s", {}},
       {{"sh", "da"}, "mac", {"mac"}},
       {{"sh", "da"}, "x", {}},
       {{"sh", "da", "mac"}, "", {}},
@@ -67,7 +70,7 @@ TEST(ShellGrammar, TellsWhatCanStandNext) {
   };
   for (const auto &row : rows) EXPECT_EQ(row.found, completions(row.words, row.begun));
   EXPECT_TRUE(value_is_next({"s", "d", "m"}));
-  for (const Words &words : {Words{"s", "d"}, {"s", "d", "m", "1"}, {"s", "d", "a"}, {"x"}}) {
+  for (const Words &words : {Words{"s", "d"}, {"s", "d", "m", "1"}, {"s", "d", "at"}, {"x"}}) {
     EXPECT_FALSE(value_is_next(words));
   }
 }
@@ -81,12 +84,13 @@ TEST(ShellGrammar, ListsTheWaysOn) {
     }
     return text;
   };
-  EXPECT_EQ("[][attributes][session-id ID][mac MAC][ipv4 ADDR]", rest({"sh", "da"}));
+  EXPECT_EQ("[][attributes][audit-session-id ID][mac MAC][ipv4 ADDR]", rest({"sh", "da"}));
   EXPECT_EQ("[MAC]", rest({"sh", "da", "mac"}));
+  EXPECT_EQ("[ID]", rest({"sh", "da", "session-id"}));
   EXPECT_EQ("[]", rest({"sh", "da", "mac", "1"}));
   EXPECT_EQ("", rest({"sh", "da", "mac", "1", "2"}));
   EXPECT_EQ(
-      "[show database][show database attributes][show database session-id ID]"
+      "[show database][show database attributes][show database audit-session-id ID]"
       "[show database mac MAC][show database ipv4 ADDR][help][exit][quit]",
       rest({}));
 }
