@@ -55,24 +55,21 @@ std::string read_question(const Command &command, Question &question) {
   }
 }
 
-bool print(const std::string &text) {
-  return std::fputs(text.c_str(), stdout) >= 0 && std::fputc('\n', stdout) != EOF;
-}
+void print(const std::string &line) { std::puts(line.c_str()); }
 
 }  // namespace
 
 Outcome Commands::run(const Words &words) {
   const auto parsed = parse(words);
   if (const auto *error = std::get_if<GrammarError>(&parsed)) {
-    complain(error->text);
-    return Outcome::kUsage;
+    return fail(Outcome::kUsage, error->text);
   }
   return run(std::get<Command>(parsed));
 }
 
 Outcome Commands::run(const Command &command) {
   if (command.action == Action::kHelp) {
-    print_continuations(continuations({}));
+    help();
     return Outcome::kDone;
   }
   if (command.action == Action::kQuit) {
@@ -81,19 +78,21 @@ Outcome Commands::run(const Command &command) {
   }
   Question question;
   if (const std::string wrong = read_question(command, question); !wrong.empty()) {
-    complain(wrong);
-    return Outcome::kUsage;
+    return fail(Outcome::kUsage, wrong);
   }
   try {
     return show(question);
   } catch (const DaemonFailure &failure) {
-    complain(failure.what());
-    return Outcome::kDaemonFailed;
+    return fail(Outcome::kDaemonFailed, failure.what());
   } catch (const GivenUp &) {
     std::fputc('\n', stderr);  // behind the ^C that the terminal shows
-    complain("interrupted");
-    return Outcome::kDaemonFailed;
+    return fail(Outcome::kDaemonFailed, "interrupted");
   }
+}
+
+void Commands::help() const {
+  const auto commands = continuations({});
+  print(json_ ? as_json(commands) : lines_of(commands) + kTwoSessionIds);
 }
 
 Outcome Commands::show(const Question &question) {
@@ -106,27 +105,37 @@ Outcome Commands::show(const Question &question) {
   } else if (found) {
     show_as_table(reply, catalogue, stdout);
   }
-  if (!found) complain("no such session");
+  if (!found) print_error("no such session", line_);
   return found ? Outcome::kDone : Outcome::kNoMatch;
 }
 
-void Commands::complain(const std::string &text) const {
-  print_error(line_ == 0 ? text : "line " + std::to_string(line_) + ": " + text);
+Outcome Commands::fail(Outcome outcome, const std::string &text) const {
+  return tell_failure(outcome, text, json_, line_);
 }
 
-void print_continuations(const std::vector<Continuation> &rows) {
-  size_t width = 0;
+std::string lines_of(const std::vector<Continuation> &rows) {
+  constexpr std::string_view kNothing = "(Enter)";
+  size_t width = kNothing.size();
   for (const Continuation &row : rows) width = std::max(width, row.words.size());
+  std::string text;
   for (const Continuation &row : rows) {
-    const std::string &words = row.words.empty() ? "(Enter)" : row.words;
-    std::printf("  %-*s  %s\n", static_cast<int>(std::max(width, sizeof "(Enter)" - 1)),
-                words.c_str(), row.help.c_str());
+    const std::string_view words = row.words.empty() ? kNothing : row.words;
+    text.append("  ").append(words).append(width - words.size() + 2, ' ');
+    text.append(row.help).append("\n");
   }
+  return text;
 }
 
-void print_error(const std::string &text) {
+void print_error(const std::string &text, size_t line) {
   std::fflush(stdout);
-  std::fprintf(stderr, "kivosh: %s\n", host_text::printable(text).c_str());
+  const std::string place = line == 0 ? "" : "line " + std::to_string(line) + ": ";
+  std::fprintf(stderr, "kivosh: %s%s\n", place.c_str(), host_text::printable(text).c_str());
+}
+
+Outcome tell_failure(Outcome outcome, const std::string &text, bool json, size_t line) {
+  print_error(text, line);
+  if (json) print(error_as_json(text, static_cast<int>(outcome), line));
+  return outcome;
 }
 
 }  // namespace kivosh

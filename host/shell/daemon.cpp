@@ -8,7 +8,6 @@
 
 #include "interruption.h"
 #include "platform/error_text.h"
-#include "text/printable.h"
 
 namespace kivosh {
 namespace {
@@ -85,7 +84,7 @@ class Fields {
 
 void refuse_if_refused(const Message &message) {
   if (message_kind(message.get()) != MESSAGE_NEGATIVE_ACKNOWLEDGEMENT) return;
-  const std::string reason = host_text::printable(Fields(message.get()).text("text"));
+  const std::string reason = Fields(message.get()).text("text");
   throw DaemonFailure(reason.empty() ? "the daemon refused" : "the daemon refused: " + reason);
 }
 
@@ -215,11 +214,14 @@ Client connect(const std::string &socket, const Patience &patience) {
     channel_client *made = nullptr;
     const uint32_t status = channel_client_connect(socket.c_str(), patience.slice_ms(), &made);
     if (status == PLATFORM_OK) return {made, channel_client_close};
+    const bool nobody_listens =
+        status == CHANNEL_ERR_SYSTEM && (errno == ENOENT || errno == ECONNREFUSED);
     try {
       if (status != CHANNEL_ERR_TIMEOUT) fail_with(status);
       patience.go_on();
     } catch (const DaemonFailure &failure) {
-      throw DaemonFailure(socket + ": " + failure.what());
+      throw DaemonFailure(socket + ": " + failure.what() +
+                          (nobody_listens ? "; is kivod running?" : ""));
     }
   }
 }

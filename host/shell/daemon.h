@@ -12,7 +12,8 @@
 
 namespace kivosh {
 
-// The daemon cannot be reached, refused, or does not keep to the protocol; what() is one line.
+// The daemon cannot be reached, refused, or does not keep to the protocol; what() may
+// hold what the daemon said, as it said it.
 class DaemonFailure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -39,6 +39,7 @@ int main(int argc, char **argv) {
   try {
     return run(*options);
   } catch (const std::bad_alloc &) {
+    if (options->json) std::puts(R"({"error":"out of memory","status":3})");
     kivosh::print_error("out of memory");
     return static_cast<int>(kivosh::Outcome::kDaemonFailed);
   }

@@ -11,17 +11,11 @@ namespace {
 constexpr double kSecondsMost = 3600;
 
 std::string list_of_commands() {
-  std::string text = "Commands:\n";
-  for (const Continuation &row : continuations({})) {
-    text.append("  ").append(row.words);
-    text.append(row.words.size() < 28 ? 28 - row.words.size() : 0, ' ');
-    text.append("  ").append(row.help).append("\n");
-  }
-  return text.append(
-      "Words may be shortened. A value that begins with - comes behind --.\n"
-      "Without a command: a prompt, or the lines of standard input.\n"
-      "Exit status: 0; 1 no such session; 2 usage; 3 the daemon refused or cannot be reached, or\n"
-      "standard input or output failed.");
+  return "Commands:\n" + lines_of(continuations({})) + kTwoSessionIds + "\n" +
+         "Words may be shortened. A value that begins with - comes behind --.\n"
+         "Without a command: a prompt, or the lines of standard input.\n"
+         "Exit status: 0; 1 no such session; 2 usage; 3 the daemon refused or cannot be\n"
+         "reached, or standard input or output failed.";
 }
 
 // The option parser's own usage line knows nothing of words.
@@ -75,8 +69,8 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
       ->type_name("SECONDS")
       ->check(check_seconds)
       ->capture_default_str();
-  app.add_flag("--json", options.json,
-               "Print each answer as one JSON document; \"found\": 0 in one without a match");
+  const CLI::Option *const json =
+      app.add_flag("--json", options.json, "Print each answer and error as a line of JSON");
   app.allow_extras();
   try {
     app.parse(argc, argv);
@@ -85,8 +79,8 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
     exit_status = app.exit(help);
     return std::nullopt;
   } catch (const CLI::ParseError &error) {
-    print_error(error.what());
-    exit_status = static_cast<int>(Outcome::kUsage);
+    const Outcome outcome = tell_failure(Outcome::kUsage, error.what(), json->count() > 0);
+    exit_status = static_cast<int>(outcome);
     return std::nullopt;
   }
   options.timeout_ms = static_cast<uint32_t>(timeout * 1000);

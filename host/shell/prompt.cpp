@@ -123,7 +123,7 @@ unsigned char on_question_mark(EditLine *editor, int) {
     }
   }
   std::putchar('\n');
-  print_continuations(rows);
+  std::fputs(lines_of(rows).c_str(), stdout);
   if (rows.empty()) std::puts("  nothing can follow here");
   std::fflush(stdout);
   return CC_REDISPLAY;
@@ -228,19 +228,20 @@ Outcome run_line(Commands &commands, Splitter &splitter, std::string line) {
   if (first == line.npos || line[first] == '#') return Outcome::kDone;
   Words words;
   if (line.find('\0') != line.npos) {
-    commands.complain("a command holds no zero byte");
-  } else if (!splitter.split(line + "\n", words)) {
-    commands.complain(line.ends_with('\\') ? "the last backslash has nothing behind it"
-                                           : "a quote has no end");
-  } else {
-    return commands.run(words);
+    return commands.fail(Outcome::kUsage, "a command holds no zero byte");
   }
-  return Outcome::kUsage;
+  if (!splitter.split(line + "\n", words)) {
+    return commands.fail(Outcome::kUsage, line.ends_with('\\')
+                                              ? "the last backslash has nothing behind it"
+                                              : "a quote has no end");
+  }
+  return commands.run(words);
 }
 
-Outcome fail_to_read() {
-  print_error(std::string("cannot read standard input: ") + std::strerror(errno));
-  return Outcome::kDaemonFailed;
+Outcome fail_to_read(Commands &commands) {
+  const std::string why = std::strerror(errno);
+  commands.at_line(0);
+  return commands.fail(Outcome::kDaemonFailed, "cannot read standard input: " + why);
 }
 
 Outcome run_terminal(Commands &commands) {
@@ -251,7 +252,7 @@ Outcome run_terminal(Commands &commands) {
     const char *line = lines.next();
     Interruption::forget();
     if (line == nullptr) {
-      if (errno != 0) return fail_to_read();
+      if (errno != 0) return fail_to_read(commands);
       std::putchar('\n');
       break;
     }
@@ -273,7 +274,7 @@ Outcome run_file(Commands &commands) {
   Outcome worst = Outcome::kDone;
   for (size_t number = 1; !commands.ended(); ++number) {
     const ssize_t size = getline(&line.text, &line.room, stdin);
-    if (size < 0) return std::feof(stdin) != 0 ? worst : fail_to_read();
+    if (size < 0) return std::feof(stdin) != 0 ? worst : fail_to_read(commands);
     commands.at_line(number);
     const Outcome outcome =
         run_line(commands, splitter, std::string(line.text, static_cast<size_t>(size)));

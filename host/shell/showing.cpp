@@ -3,10 +3,9 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "reply_value.h"
 #include "text/printable.h"
 #include "text/text_table.h"
 
@@ -38,27 +37,12 @@ std::string text_of_ipv4(uint32_t ipv4) {
   return text;
 }
 
-// ---- What a reply can say of a value
-
-// Replies have room for so many bytes of a text. One that fills it may have been longer.
-constexpr size_t kTextRoom = 25;
-// Kinds whose values replies have no text for.
-constexpr std::string_view kKindsWithoutText[] = {"IPV6_ADDR", "VAR BIN"};
-
-bool may_be_cut(const ReplyValue &value) { return value.text.size() == kTextRoom; }
-
-// A value that is not there has a text that says so; none at all is one that was left out.
-bool is_carried(const ReplyValue &value, const Catalogue &catalogue) {
-  const AttributeName *attribute = find(catalogue, value.position);
-  return !value.text.empty() || attribute == nullptr ||
-         std::ranges::find(kKindsWithoutText, attribute->kind) == std::end(kKindsWithoutText);
-}
-
 // ---- Tables
 
-std::string cell_of(const ReplyValue &value, const Catalogue &catalogue) {
-  if (!is_carried(value, catalogue)) return "(not carried)";
-  return host_text::printable(value.text) + (may_be_cut(value) ? " (may be cut)" : "");
+std::string cell_of(const ReadValue &value) {
+  if (value.state == ReadValue::State::kNotCarried) return "(not carried)";
+  if (value.state == ReadValue::State::kNumber) return std::to_string(value.number);
+  return host_text::printable(value.text) + (value.may_be_cut ? " (may be cut)" : "");
 }
 
 void show_database(const Reply &reply, FILE *stream) {
@@ -71,7 +55,8 @@ void show_database(const Reply &reply, FILE *stream) {
 void show_session(const SessionReply &session, const Catalogue &catalogue, FILE *stream) {
   host_text::TextTable table({"Attribute", "Value"});
   for (const ReplyValue &value : session.values) {
-    table.add({name_of(catalogue, value.position), cell_of(value, catalogue)});
+    table.add({name_of(catalogue, value.position),
+               cell_of(read_value(value.text, find(catalogue, value.position)))});
   }
   table.print(stream);
 }
@@ -90,12 +75,53 @@ void show_types(const std::vector<ReplyType> &types, const Catalogue &catalogue,
 
 // ---- JSON
 
+// Bytes that are no UTF-8 are no string of JSON.
+Json text_in_json(const std::string &text) {
+  if (host_text::utf8_size(text) == text.size()) return text;
+  std::string digits;
+  for (const char byte : text) {
+    char pair[3];
+    std::snprintf(pair, sizeof pair, "%02x", static_cast<uint8_t>(byte));
+    digits.append(pair);
+  }
+  return {{"hex", digits}};
+}
+
+// On one line and in ASCII: what steers a terminal is escaped with the rest.
+std::string line_of(const Json &document) { return document.dump(-1, ' ', true); }
+
 void name_in(Json &entry, const Catalogue &catalogue, uint32_t position) {
   const AttributeName *attribute = find(catalogue, position);
   if (attribute == nullptr) return;
   entry["attr_type"] = attribute->type;
-  entry["name"] = attribute->name;
-  entry["kind"] = attribute->kind;
+  entry["name"] = text_in_json(attribute->name);
+  entry["kind"] = text_in_json(attribute->kind);
+}
+
+// What stands there instead of a value is never taken for one.
+void value_in(Json &entry, const ReadValue &value) {
+  using State = ReadValue::State;
+  entry["attr_values"] = nullptr;
+  switch (value.state) {
+    case State::kText:
+    case State::kTime:
+      entry["attr_values"] = text_in_json(value.text);
+      break;
+    case State::kNumber:
+      entry["attr_values"] = value.number;
+      break;
+    case State::kAbsent:
+      entry["no_value"] = "absent";
+      break;
+    case State::kNotCarried:
+      entry["no_value"] = "not carried";
+      break;
+    case State::kUnreadable:
+      entry["no_value"] = "unreadable";
+      entry["text"] = text_in_json(value.text);
+      break;
+  }
+  if (value.may_be_cut) entry["may_be_cut"] = true;
 }
 
 void add_session(Json &document, const Reply &reply, const Catalogue &catalogue) {
@@ -108,14 +134,13 @@ void add_session(Json &document, const Reply &reply, const Catalogue &catalogue)
       document["ipv4"] = text_of_ipv4(session.ipv4);
       break;
     default:
-      document["sess_id"] = session.session_id;
+      document["sess_id"] = text_in_json(session.session_id);
   }
   document["found"] = session.found ? 1 : 0;
   document["filter_info"] = Json::array();
   for (const ReplyValue &value : session.values) {
-    Json entry = {{"attr_names", value.position}, {"attr_values", value.text}};
-    if (!is_carried(value, catalogue)) entry["attr_values"] = nullptr;
-    if (may_be_cut(value)) entry["may_be_cut"] = true;
+    Json entry = {{"attr_names", value.position}};
+    value_in(entry, read_value(value.text, find(catalogue, value.position)));
     name_in(entry, catalogue, value.position);
     document["filter_info"].push_back(std::move(entry));
   }
@@ -128,26 +153,6 @@ void add_types(Json &document, const std::vector<ReplyType> &types, const Catalo
     name_in(entry, catalogue, type.position);
     document["db_info"].push_back(std::move(entry));
   }
-}
-
-// JSON asks to escape the lower control characters only. The others, which stand in texts alone,
-// reach a terminal just as well: DEL is one byte, U+0080 to U+009F are 0xc2 and one more.
-std::string with_controls_escaped(const std::string &json) {
-  std::string escaped;
-  for (size_t i = 0; i < json.size(); ++i) {
-    const auto byte = static_cast<uint8_t>(json[i]);
-    const auto next = i + 1 < json.size() ? static_cast<uint8_t>(json[i + 1]) : uint8_t{0};
-    const bool is_c1 = byte == 0xc2 && next >= 0x80 && next < 0xa0;
-    if (byte != 0x7f && !is_c1) {
-      escaped.push_back(json[i]);
-      continue;
-    }
-    char text[7];
-    std::snprintf(text, sizeof text, "\\u%04x", unsigned{is_c1 ? next : byte});
-    escaped.append(text);
-    if (is_c1) ++i;
-  }
-  return escaped;
 }
 
 }  // namespace
@@ -166,11 +171,27 @@ std::string as_json(const Reply &reply, const Catalogue &catalogue) {
   Json document = {{"cmdtype", reply.command_type},
                    {"records", reply.records},
                    {"attr_number", reply.attr_number},
-                   {"database", reply.database},
-                   {"owner", reply.owner}};
+                   {"database", text_in_json(reply.database)},
+                   {"owner", text_in_json(reply.owner)}};
   if (reply.session) add_session(document, reply, catalogue);
   if (reply.types) add_types(document, *reply.types, catalogue);
-  return with_controls_escaped(document.dump(2, ' ', false, Json::error_handler_t::replace));
+  return line_of(document);
+}
+
+std::string as_json(const std::vector<Continuation> &commands) {
+  Json rows = Json::array();
+  for (const Continuation &row : commands) {
+    rows.push_back({{"words", row.words}, {"help", row.help}});
+  }
+  return line_of({{"commands", std::move(rows)}});
+}
+
+std::string error_as_json(const std::string &text, int status, size_t line) {
+  // For people: always a string.
+  const bool is_utf8 = host_text::utf8_size(text) == text.size();
+  Json document = {{"error", is_utf8 ? text : host_text::printable(text)}, {"status", status}};
+  if (line != 0) document["line"] = line;
+  return line_of(document);
 }
 
 }  // namespace kivosh
