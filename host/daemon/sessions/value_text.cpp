@@ -13,6 +13,7 @@
 #include "platform/auth_mgr_idc.h"
 #include "text/mac_address.h"
 #include "text/printable.h"
+#include "text/utc_time.h"
 
 namespace kivod {
 namespace {
@@ -163,18 +164,12 @@ std::string show_address(std::string_view bytes) {
   return auth_mgr_safe_printable_mac(bytes.data(), static_cast<uint32_t>(bytes.size()));
 }
 
-// RFC 3339 has years of four digits.
 std::string show_time(std::string_view bytes) {
-  constexpr uint64_t kLastSecond = 253402300799;
   uint64_t seconds = 0;
   if (bytes.size() != sizeof(seconds)) return show_hex(bytes);
   std::memcpy(&seconds, bytes.data(), sizeof(seconds));
-  const auto time = static_cast<time_t>(seconds);
-  tm utc{};
-  std::array<char, sizeof("9999-12-31T23:59:59Z")> text{};
-  if (seconds > kLastSecond || gmtime_r(&time, &utc) == nullptr) return std::to_string(seconds);
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text.data();
+  const std::string time = host_text::utc_time(seconds);
+  return time.empty() ? std::to_string(seconds) : time;
 }
 
 // ---- The tables
