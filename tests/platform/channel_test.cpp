@@ -2,10 +2,23 @@
 // on a socket makes of a daemon that misbehaves.
 #include "platform/channel.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 
 #include "platform/served_channel.h"
 #include "support/memory_faults.h"
+
+namespace {
+int g_recv_failure = 0;  // what recv fails with, if not 0
+}
+
+extern "C" ssize_t recv(int fd, void *at, size_t size, int flags) {
+  static const auto next =
+      reinterpret_cast<ssize_t (*)(int, void *, size_t, int)>(dlsym(RTLD_NEXT, "recv"));
+  if (g_recv_failure == 0) return next(fd, at, size, flags);
+  errno = g_recv_failure;
+  return -1;
+}
 
 namespace {
 
@@ -31,6 +44,7 @@ class Channel : public ServedChannel {
 
 const std::string kNothing = "[" + std::to_string(CHANNEL_ERR_TIMEOUT & 0xffff) + "]";
 const std::string kClosed = "[" + std::to_string(CHANNEL_ERR_CLOSED & 0xffff) + "]";
+const std::string kSystem = "[" + std::to_string(CHANNEL_ERR_SYSTEM & 0xffff) + "]";
 const std::string kBadFrame = "[" + std::to_string(CHANNEL_ERR_FRAME & 0xffff) + "]";
 
 TEST_F(Channel, CountsContentAndNotTheBundle) {
@@ -225,12 +239,15 @@ TEST_F(Channel, ClientBearsADaemonThatMisbehaves) {
     std::string bytes;
     bool stays;
     std::string told;
+    int failure = 0;
   } rows[] = {
       {"silent", "", true, kNothing},
       {"gone", "", false, kClosed},
       {"too long", "\x7f\0\0\0"s, true, kBadFrame},
       {"no message", "\0\0\0\x01\xff"s, true, kBadFrame},
       {"cut off", "\0\0\0\x07\x42\x05"s, false, kClosed},
+      {"reset", "", true, kClosed, ECONNRESET},
+      {"out of the system's reach", "", true, kSystem, EIO},
   };
   sockaddr_un address = address_of(path_);
   const int daemon = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -243,7 +260,9 @@ TEST_F(Channel, ClientBearsADaemonThatMisbehaves) {
     ASSERT_EQ(static_cast<ssize_t>(row.bytes.size()),
               send(peer, row.bytes.data(), row.bytes.size(), 0));
     if (!row.stays) close(peer);
+    g_recv_failure = row.failure;
     EXPECT_EQ(row.told, text_from(asking));
+    g_recv_failure = 0;
     if (row.stays) close(peer);
   }
   close(daemon);
