@@ -16,8 +16,8 @@ namespace kivo_test {
 
 class ServingKivod {
  public:
-  // Replays a log first, if one is given. Returns when it listens.
-  explicit ServingKivod(const std::string &log) {
+  // Replays a log first, if one is given, and lets a group ask. Returns when it listens.
+  explicit ServingKivod(const std::string &log, const char *group = nullptr) {
     std::filesystem::create_directory(directory_);
     int ends[2];
     EXPECT_EQ(0, pipe(ends));
@@ -29,6 +29,7 @@ class ServingKivod {
       std::vector<const char *> arguments = {KIVOD_PATH, "--serve", "--quiet", "--socket",
                                              socket_.c_str()};
       if (!log.empty()) arguments.insert(arguments.end(), {"--replay", log.c_str()});
+      if (group != nullptr) arguments.insert(arguments.end(), {"--group", group});
       arguments.push_back(nullptr);
       execv(KIVOD_PATH, const_cast<char *const *>(arguments.data()));
       _exit(127);

@@ -1,8 +1,10 @@
 // The request channel's server when peers are many and places are few, or descriptors, or memory:
-// who waits, who gives way, and that nobody loses a reply. The clock stands still unless a test
-// moves it, and the server's timer runs out when a test says so.
+// who waits, who gives way, who is refused, and that nobody loses a reply. The clock stands still
+// unless a test moves it, the server's timer runs out when a test says so, and peers are of the
+// user that a test makes them.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/timerfd.h>
 
@@ -13,7 +15,8 @@
 
 namespace {
 
-time_t g_seconds = 1000;
+int64_t g_ms = 1000000;
+uid_t g_user = 0;  // whose peers come, if not 0: else they are the process's own
 int g_timer = -1;
 bool g_timer_runs = false;
 int g_accept_failure = 0;  // what accept4 fails with, if not 0
@@ -33,14 +36,21 @@ extern "C" {
 int clock_gettime(clockid_t clock, timespec *now) noexcept {
   static const auto next = real<int(clockid_t, timespec *)>("clock_gettime");
   if (clock != CLOCK_MONOTONIC_COARSE) return next(clock, now);
-  *now = {g_seconds, 0};
+  *now = {g_ms / 1000, g_ms % 1000 * 1000000};
   return 0;
+}
+
+int getsockopt(int fd, int level, int name, void *value, socklen_t *size) noexcept {
+  static const auto next = real<int(int, int, int, void *, socklen_t *)>("getsockopt");
+  const int result = next(fd, level, name, value, size);
+  if (name == SO_PEERCRED && g_user != 0) static_cast<ucred *>(value)->uid = g_user;
+  return result;
 }
 
 int timerfd_settime(int fd, int, const itimerspec *wanted, itimerspec *) noexcept {
   static const auto next = real<int(int, int, const itimerspec *, itimerspec *)>("timerfd_settime");
   g_timer = fd;
-  g_timer_runs = wanted->it_value.tv_sec != 0 || wanted->it_value.tv_nsec != 0;
+  g_timer_runs = wanted->it_value.tv_sec == 0 && wanted->it_value.tv_nsec != 0;  // not for long
   constexpr itimerspec kStopped{};
   return next(fd, 0, &kStopped, nullptr);
 }
@@ -60,9 +70,11 @@ namespace {
 using namespace kivo_test;
 using namespace std::string_literals;
 
-const std::string kRequest = "\0\0\0\x02\x4a\0"s;  // field 9, empty
-const std::string kReply = "\0\0\0\x07\x42\x05\x0a\x03xxx"s;
-constexpr size_t kReplyOfManyPieces = 60000;
+// What peers are told, and the beginning of a request.
+const std::string kGaveWay = "Others waited, and no request had come.";
+const std::string kOverShare = "Too many connections of this user.";
+const std::string kOverRoom = "Too many connections.";
+const std::string kHalf = kRequest.substr(0, 3);
 
 // A peer's socket.
 class Peer {
@@ -103,7 +115,25 @@ class Peer {
 
 class Places : public ServedChannel {
  protected:
-  ~Places() override { g_accept_failure = 0; }
+  ~Places() override {
+    g_accept_failure = 0;
+    g_user = 0;
+  }
+
+  // Other users may come as well.
+  void open_for_others(uint32_t connections_max) {
+    const group *const own = getgrgid(getegid());
+    ASSERT_NE(nullptr, own);
+    open(connections_max, own->gr_name);
+  }
+  // Peers of a user that have been taken in, or refused, and what they sent has been read.
+  std::vector<Peer> peers_of(uid_t user, size_t n, const std::string &what_they_send = "") const {
+    g_user = user;
+    std::vector<Peer> made = peers(n);
+    for (const Peer &one : made) one.send(what_they_send);
+    turn();
+    return made;
+  }
 
   Peer peer() const { return Peer(raw_peer()); }
   Peer peer_who_asks() const {
@@ -116,18 +146,9 @@ class Places : public ServedChannel {
     for (size_t i = 0; i < n; ++i) made.push_back(peer());
     return made;
   }
-  // The reply to one request is more than a socket holds; later ones are short.
-  static void answer_once_at_length() {
-    g_handler = [first = true, at_once = g_handler](auto *connection, auto *command) mutable {
-      if (!std::exchange(first, false)) return at_once(connection, command);
-      for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(PLATFORM_OK, write_reply(connection, kReplyOfManyPieces));
-      }
-      channel_finished(connection);
-    };
-  }
-  void seconds_pass(time_t seconds) const {
-    g_seconds += seconds;
+  void seconds_pass(int64_t seconds) const { ms_pass(1000 * seconds); }
+  void ms_pass(int64_t ms) const {
+    g_ms += ms;
     let_the_timer_run_out();
     turn();
   }
@@ -152,7 +173,7 @@ class Places : public ServedChannel {
   }
 };
 
-constexpr time_t kPatience = CHANNEL_PATIENCE_S;
+constexpr int64_t kPatience = CHANNEL_PATIENCE_S;
 
 // ---- Crowds
 
@@ -248,37 +269,42 @@ TEST_F(Places, ARequestKeepsItsPlaceUntilItsHandlerHasFinished) {
 
 // ---- Peers who hold a place
 
-TEST_F(Places, AReplyUnderWayIsNotCutWhileOthersAreIdle) {
-  open(2);
-  answer_once_at_length();
-  const Peer slow = peer_who_asks();
-  turn();
-  const Client idle = client();
-  expect_answer(idle);
-  seconds_pass(100);
-  expect_answer(client());
-  EXPECT_EQ(CHANNEL_ERR_CLOSED, ask(idle));
-  std::string taken;
-  for (std::string piece; !(piece = slow.take()).empty(); turn()) taken += piece;
-  EXPECT_EQ(static_cast<ptrdiff_t>(4 * kReplyOfManyPieces),
-            std::count(taken.begin(), taken.end(), 'x'));
-  EXPECT_FALSE(slow.has_ended());
+// The reply of many pieces is taken whole, and what comes after it.
+TEST_F(Places, AReplyUnderWayIsNotCutWhileItIsTakenInTime) {
+  for (const bool others_are_idle : {true, false}) {
+    open(others_are_idle ? 2 : 1);
+    answer_once_at_length();
+    const Peer slow = peer_who_asks();
+    slow.send(kRequest);
+    turn();
+    const Peer idle = peer_who_asks();
+    turn();
+    EXPECT_EQ(others_are_idle ? kReply : "", idle.take());
+    seconds_pass(others_are_idle ? 100 : kPatience);
+    const Peer newcomer = peer_who_asks();
+    turn();
+    EXPECT_EQ(others_are_idle, idle.has_ended());
+    std::string taken;
+    for (std::string piece; !(piece = slow.take()).empty(); turn()) taken += piece;
+    EXPECT_EQ(static_cast<ptrdiff_t>(4 * kReplyOfManyPieces + 3),
+              std::count(taken.begin(), taken.end(), 'x'));
+    EXPECT_EQ(kReply, newcomer.take());
+    EXPECT_EQ(others_are_idle ? "" : kReply, idle.take());
+    channel_server_close(std::exchange(server_, nullptr));
+  }
 }
 
 TEST_F(Places, WhoDoesNotDoItsPartGivesWayInTheEnd) {
   const struct {
     const char *name;
     std::string sent;
-    std::string trace;
+    std::string after_a_silence;
+    bool is_told;
   } rows[] = {
-      {"asks nothing", "",
-       "request channel: of 1 connections the one that was idle longest gives way"},
-      {"ends no frame", "\0\0\0\x09half"s,
-       "request channel: of 1 connections one gives way whose peer left off in the middle"},
-      {"ends no second frame", kRequest + "\0"s,
-       "request channel: of 1 connections one gives way whose peer left off in the middle"},
-      {"takes no reply", kRequest + kRequest,
-       "request channel: of 1 connections one gives way whose peer left off in the middle"},
+      {"ends no frame", "\0\0\0\x09half"s, "", true},
+      {"ends no second frame", kRequest + "\0"s, "", false},
+      {"ends no frame after a silence", kRequest, "\0"s, false},
+      {"takes no reply", kRequest + kRequest, "", false},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
@@ -287,47 +313,107 @@ TEST_F(Places, WhoDoesNotDoItsPartGivesWayInTheEnd) {
     const Peer holds = peer();
     holds.send(row.sent);
     turn();
+    seconds_pass(row.after_a_silence.empty() ? 0 : 100);
+    holds.send(row.after_a_silence);
+    turn();
     const Peer newcomer = peer_who_asks();
     turn();
     seconds_pass(kPatience);
     EXPECT_EQ("", newcomer.take());
-    EXPECT_EQ(2u, take_traces().size()) << "that all are busy, at both attempts";
+    EXPECT_EQ("request channel: all of 1 connections are busy: one more has to wait",
+              take_traces().at(0));
     seconds_pass(1);
     EXPECT_EQ(kReply, newcomer.take());
-    EXPECT_EQ(row.trace, take_traces().at(0));
-    holds.take();
+    EXPECT_EQ("request channel: of 1 connections one gives way whose peer left off in the middle",
+              take_traces().at(0));
+    EXPECT_EQ(row.is_told, holds.take().find(kGaveWay) != std::string::npos);
     EXPECT_TRUE(holds.has_ended());
     channel_server_close(std::exchange(server_, nullptr));
   }
 }
 
 TEST_F(Places, AFrameMustEndInTimeHoweverItsBytesDrip) {
-  open(1);
-  const Peer drips = peer();
-  const Peer newcomer = peer_who_asks();
+  open_for_others(1);
   const std::string frame = "\0\0\0\x09half a fr"s;
-  for (time_t i = 0; i <= kPatience; ++i) {
+  const std::vector<Peer> drips = peers_of(0, 1, frame.substr(0, 1));
+  const Peer newcomer = std::move(peers_of(1001, 1, kRequest)[0]);
+  for (size_t i = 0; i <= size_t{kPatience}; ++i) {
     EXPECT_EQ("", newcomer.take());
-    drips.send(frame.substr(static_cast<size_t>(i), 1));
+    drips[0].send(frame.substr(i + 1, 1));
     turn();
     seconds_pass(1);
   }
   EXPECT_EQ(kReply, newcomer.take());
 }
 
-TEST_F(Places, WhoTakesItsReplyInTimeKeepsItsPlaceUntilThen) {
-  open(1);
-  answer_once_at_length();
-  const Peer slow = peer_who_asks();
+// ---- Users
+
+// What a peer has been told before it was closed; "" when it was not.
+std::string last_words(const Peer &peer) {
+  const std::string told = peer.take();
+  return peer.has_ended() ? told.substr(std::min<size_t>(8, told.size())) : "";
+}
+
+// 32 places: 16 for one user, 64 connections of all but the favoured.
+TEST_F(Places, NobodyButTheFavouredIsGivenMoreThanHalf) {
+  open_for_others(32);
+  std::vector<Peer> held;
+  for (const uid_t user : {1001u, 1002u, 1003u, 1004u}) {
+    for (Peer &one : peers_of(user, 16)) held.push_back(std::move(one));
+    EXPECT_EQ(kOverShare, last_words(peers_of(user, 1)[0]));
+    EXPECT_EQ(
+        "request channel: one more connection of user " + std::to_string(user) + " is refused",
+        take_traces().at(0));
+  }
+  EXPECT_EQ(kOverRoom, last_words(peers_of(1005, 1, kRequest)[0]));
+  const std::vector<Peer> own = peers_of(0, 65, kRequest);
+  for (const Peer &one : own) EXPECT_EQ(kReply, one.take());
+  // For its own user, and for any other; for the share what is beyond it goes.
+  ms_pass(CHANNEL_SILENCE_MS);
+  EXPECT_EQ(kOverShare, last_words(peers_of(1002, 1)[0]));
+  EXPECT_EQ(kOverRoom, last_words(peers_of(1005, 1)[0]));
+  ms_pass(1);
+  const std::vector<Peer> second = peers_of(1002, 1, kRequest);
+  EXPECT_EQ(kReply, second[0].take());
+  EXPECT_EQ(kGaveWay, last_words(held[16]));
+  EXPECT_EQ(kReply, peers_of(1005, 1, kRequest)[0].take());
+  EXPECT_EQ(kGaveWay, last_words(held[0]));
+  for (size_t i = 1; i < held.size(); ++i) EXPECT_TRUE(i == 16 || last_words(held[i]).empty()) << i;
+}
+
+TEST_F(Places, TwoCrowdsThatTrickleLeaveTheFavouredTheirPlacesAndGiveWayToOthers) {
+  open_for_others(32);
+  const std::vector<Peer> first = peers_of(1001, 16, kHalf);
+  const std::vector<Peer> second = peers_of(1002, 16, kHalf);  // two of them wait
+  const std::vector<Peer> own = peers_of(0, 2, kHalf);
+  EXPECT_EQ("", peers_of(0, 1, kRequest)[0].take()) << "all places are taken";
+  own[0].send(kRequest.substr(kHalf.size()));
   turn();
-  const Peer newcomer = peer_who_asks();
+  EXPECT_EQ(kReply, own[0].take());
+  const std::vector<Peer> late = peers_of(0, 1, kRequest);
+  EXPECT_EQ(kReply, late[0].take()) << "in the place of the one before";
+  const std::vector<Peer> third = peers_of(1003, 1, kRequest);
+  seconds_pass(CHANNEL_CROWDING_PATIENCE_S);
+  EXPECT_EQ("", third[0].take());
+  ms_pass(1);
+  EXPECT_EQ(kReply, third[0].take());
+  EXPECT_EQ(kGaveWay, last_words(first[0]));
+  EXPECT_EQ("", last_words(own[1])) << "it is no crowd";
+}
+
+TEST_F(Places, NobodyTakesThePlaceOfAUserWhoHoldsFewer) {
+  open_for_others(8);
+  const std::vector<Peer> one = peers_of(1001, 1, kRequest);
+  const std::vector<Peer> four = peers_of(1003, 4, kHalf);
+  const std::vector<Peer> three = peers_of(1002, 3, kHalf);
+  EXPECT_EQ(kReply, one[0].take());
+  const std::vector<Peer> fourth = peers_of(1002, 1, kRequest);
+  one[0].send(kRequest);
   turn();
-  seconds_pass(kPatience);
-  std::string taken;
-  for (std::string piece; !(piece = slow.take()).empty(); turn()) taken += piece;
-  EXPECT_EQ(static_cast<ptrdiff_t>(4 * kReplyOfManyPieces),
-            std::count(taken.begin(), taken.end(), 'x'));
-  EXPECT_EQ(kReply, newcomer.take());
+  EXPECT_EQ("", fourth[0].take());
+  EXPECT_EQ(kReply, one[0].take());
+  EXPECT_EQ(kReply, peers_of(1004, 1, kRequest)[0].take());
+  EXPECT_TRUE(one[0].has_ended());
 }
 
 // ---- The system takes nobody in

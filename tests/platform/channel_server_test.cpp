@@ -25,32 +25,14 @@ namespace {
 using namespace kivo_test;
 using namespace std::string_literals;
 
-const std::string kRequest = "\0\0\0\x02\x4a\0"s;  // field 9, empty
-const std::string kReply = "\0\0\0\x07\x42\x05\x0a\x03xxx"s;
-
-constexpr size_t kMoreThanASocketTakes = 60000;  // four times
-
 class ChannelServer : public ServedChannel {
  protected:
-  static void answer_at_length(channel_connection *connection, const channel_command *) {
-    for (int i = 0; i < 4; ++i) {
-      EXPECT_EQ(PLATFORM_OK, write_reply(connection, kMoreThanASocketTakes));
-    }
-    channel_finished(connection);
-  }
   // What channel_server_open() says when the system refuses something.
   int reason_not_to_open() const {
     channel_server *made = nullptr;
     errno = 0;
     EXPECT_EQ(CHANNEL_ERR_SYSTEM, channel_server_open(path_.c_str(), nullptr, 0, &made));
     return errno;
-  }
-  // The answers to later requests are short.
-  static void answer_the_first_at_length() {
-    g_handler = [first = true, at_once = g_handler](auto *connection, auto *command) mutable {
-      std::exchange(first, false) ? answer_at_length(connection, command)
-                                  : at_once(connection, command);
-    };
   }
 };
 
@@ -118,30 +100,10 @@ TEST_F(ChannelServer, HandsRequestsOnOneByOneHoweverTheyArrive) {
   close(peer);
 }
 
-TEST_F(ChannelServer, DoesNotWaitForASlowPeer) {
-  open();
-  const int slow = raw_peer();
-  const Client other = client();
-  answer_the_first_at_length();
-  const std::string twice = kRequest + kRequest;
-  ASSERT_EQ(12, send(slow, twice.data(), twice.size(), 0));
-  turn();
-  expect_answer(other);
-  std::string taken;
-  char piece[1000];
-  for (ssize_t n = 0; (n = recv(slow, piece, sizeof piece, 0)) > 0; turn()) {
-    taken.append(piece, static_cast<size_t>(n));
-  }
-  EXPECT_EQ(4 * kMoreThanASocketTakes + 3,
-            static_cast<size_t>(std::count(taken.begin(), taken.end(), 'x')));
-  EXPECT_EQ(kReply, taken.substr(taken.size() - kReply.size()));
-  close(slow);
-}
-
 TEST_F(ChannelServer, TracesAPeerThatGoesAwayBeforeItsReply) {
   open();
   const Client other = client();
-  answer_the_first_at_length();
+  answer_once_at_length();
   {
     const Client gone = client();
     ASSERT_EQ(PLATFORM_OK, ask(gone));

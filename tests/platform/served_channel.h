@@ -37,6 +37,11 @@ inline uint32_t write_reply(channel_connection *connection, size_t length = 3) {
                          negative_acknowledgement_marshal);
 }
 
+// A request, field 9 and empty, and a reply as they are on the wire.
+inline const std::string kRequest("\0\0\0\x02\x4a\0", 6);
+inline const std::string kReply("\0\0\0\x07\x42\x05\x0a\x03xxx", 11);
+inline constexpr size_t kReplyOfManyPieces = 60000;  // four times: more than a socket takes
+
 inline sockaddr_un address_of(const std::string &path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -98,6 +103,17 @@ class ServedChannel : public testing::Test {
     EXPECT_EQ(PLATFORM_OK, ask(client));
     turn();
     EXPECT_EQ("xxx", text_from(client));
+  }
+
+  // The reply to one request is more than a socket holds; later ones are short.
+  static void answer_once_at_length() {
+    g_handler = [first = true, at_once = g_handler](auto *connection, auto *command) mutable {
+      if (!std::exchange(first, false)) return at_once(connection, command);
+      for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(PLATFORM_OK, write_reply(connection, kReplyOfManyPieces));
+      }
+      channel_finished(connection);
+    };
   }
 
   // A peer that may send anything.

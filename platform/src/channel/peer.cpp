@@ -35,14 +35,16 @@ bool has_group(int fd, gid_t group) noexcept {
 
 }  // namespace
 
-bool peer_is_permitted(int fd, gid_t group, uid_t &user) noexcept {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  user = static_cast<uid_t>(-1);
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
-  user = peer.uid;
-  return peer.uid == 0 || peer.uid == geteuid() ||
-         (group != kNoGroup && (peer.gid == group || has_group(fd, group)));
+Peer peer_of(int fd, gid_t group) noexcept {
+  ucred is{};
+  socklen_t size = sizeof is;
+  Peer peer;
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &is, &size) != 0) return peer;
+  peer.user = is.uid;
+  peer.is_favoured = is.uid == 0 || is.uid == geteuid();
+  peer.is_permitted =
+      peer.is_favoured || (group != kNoGroup && (is.gid == group || has_group(fd, group)));
+  return peer;
 }
 
 }  // namespace kivo_platform

@@ -5,8 +5,13 @@
 
 namespace kivo_platform {
 
-// The user at the other end is root, the process's own user or a member of the group (kNoGroup for
-// none). user receives who it is.
-bool peer_is_permitted(int fd, gid_t group, uid_t &user) noexcept;
+struct Peer {
+  uid_t user = static_cast<uid_t>(-1);  // who it was when it connected
+  bool is_favoured = false;             // root, or the process's own user
+  bool is_permitted = false;            // favoured, or a member of the group
+};
+
+// group is kNoGroup for none.
+Peer peer_of(int fd, gid_t group) noexcept;
 
 }  // namespace kivo_platform

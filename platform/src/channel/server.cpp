@@ -1,16 +1,13 @@
-// The daemon's side of the request channel: see platform/channel_server.h.
-// A connection waits for its peer (to ask, or to take the reply) or for its handler. Waiting for
-// the peer it is armed for one event, which disarms it; handled it is not armed at all, so that
-// nothing that the peer does then disturbs anybody. Whatever there is to do next becomes such an
-// event: channel_server_process() alone reads, writes and frees. Peers for whom there is no place,
-// or no descriptor or memory, stay in the listener's queue; the listener is not watched then.
-// Invariants: (1) a connection is in waiting_ or in handled_; (2) waiting_ is in the order of the
-// last sign of life; (3) while the listener is not watched the timer runs. Threads: none; the
-// process serialises all calls.
+// The daemon's side of the request channel: see platform/channel_server.h. Which connection comes
+// in, is served or gives way is a matter of places.h. A connection waits for its peer (to ask, or
+// to take the reply), for a place or for its handler. Waiting for the peer it is armed for one
+// event, which disarms it; else it is not armed at all, so that nothing that the peer does then
+// disturbs anybody. Whatever there is to do next becomes such an event: channel_server_process()
+// alone reads, writes and frees. Peers for whom the system has no descriptor or memory stay in the
+// listener's queue; the entrance is not watched then. Invariant: while the entrance is not watched,
+// or somebody waits for a place, the timer runs. Threads: none; the process serialises all calls.
 #include "platform/channel_server.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
@@ -18,16 +15,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <list>
 #include <memory>
 #include <new>
+#include <utility>
 
-#include "clock.h"
-#include "connection.h"
-#include "descriptor.h"
+#include "entrance.h"
 #include "internal.h"
-#include "listener.h"
 #include "peer.h"
+#include "places.h"
+#include "served_connection.h"
 #include "server_trace.h"
 
 namespace kivo_platform {
@@ -36,28 +32,9 @@ namespace {
 constexpr std::size_t kPiece = 4096;
 constexpr int kEventsMax = 64;   // taken in one call
 constexpr int kAcceptsMax = 64;  // likewise
-constexpr std::time_t kPatience = CHANNEL_PATIENCE_S;
-constexpr itimerspec kPause = {{0, 0}, {1, 0}};  // one second
 
-struct ServedConnection;
-using Connections = std::list<ServedConnection>;
-
-struct ServedConnection : channel_connection {
-  ServedConnection(channel_server &owner, Descriptor &&peer) noexcept;
-
-  // Nothing is under way in either direction.
-  bool is_idle() const noexcept { return output.size() == 0 && input.size() == 0; }
-  // The peer's turn to ask, to end its frame or to take its reply begins.
-  void begin_turn() noexcept { turn_began = monotonic_seconds(); }
-
-  channel_server &server;
-  Descriptor socket;
-  message_buffer input{kFrameHead + MESSAGE_FRAME_MAX};
-  Connections::iterator self;
-  std::uint32_t awaited = EPOLLIN;
-  std::time_t turn_began = monotonic_seconds();
-  bool has_been_answered = false;
-};
+constexpr itimerspec kQuarterSecond = {{0, 0}, {0, 250000000}};
+constexpr itimerspec kStopped{};
 
 }  // namespace
 }  // namespace kivo_platform
@@ -66,7 +43,7 @@ using namespace kivo_platform;
 
 struct channel_server {
   channel_server(std::uint32_t connections_max, gid_t permitted) noexcept
-      : most_(connections_max), group_(permitted) {}
+      : group_(permitted), places_(connections_max) {}
 
   // False, and errno tells why.
   bool open(const char *path) noexcept;
@@ -75,36 +52,36 @@ struct channel_server {
   void handled(ServedConnection &connection) noexcept;
 
   int fd() const noexcept { return epoll_.get(); }
-  std::size_t connections() const noexcept { return waiting_.size() + handled_.size(); }
+  std::size_t connections() const noexcept { return places_.connections(); }
 
  private:
-  void accept_all() noexcept;
   bool accept_one() noexcept;
-  bool turn_one_away() noexcept;
-  void take_in(Descriptor &&peer) noexcept;
-  bool find_place() noexcept;
-  bool give_way() noexcept;
-  bool watch(int fd, void *subject) noexcept;
+  void take_in(Descriptor &&socket, const Peer &peer) noexcept;
+  void seat_those_who_ask() noexcept;
+  bool give_way(Need need, User *to) noexcept;
+  bool watch(int fd, std::uint32_t events, void *subject) noexcept;
   void pause_listening() noexcept;
   void resume_listening() noexcept;
+  void set_timer(bool runs) noexcept;
 
+  void listen_for_question(ServedConnection &connection) noexcept;
   void advance(ServedConnection &connection) noexcept;
   bool write(ServedConnection &connection) noexcept;
   bool read(ServedConnection &connection) noexcept;
   void handle(ServedConnection &connection, std::size_t size) noexcept;
 
+  void arm(ServedConnection &connection, std::uint32_t event) noexcept;
   void await(ServedConnection &connection, std::uint32_t event) noexcept;
   void end(ServedConnection &connection) noexcept;
 
-  std::uint32_t most_;
   gid_t group_;
-  Listener listener_;
+  Entrance entrance_;
   Descriptor epoll_;
-  Descriptor timer_;  // runs out when listening may be resumed
-  bool paused_ = false;
-  Descriptor spare_;  // given up to turn a peer away when there are no descriptors left
-  Connections waiting_;
-  Connections handled_;
+  Descriptor timer_;  // runs out when those who wait may be looked at again
+  bool timer_runs_ = false;
+  bool paused_ = false;    // the entrance is not watched
+  bool more_ask_ = false;  // for a place, in this turn
+  Places places_;
   ServerTrace trace_;
 };
 
@@ -116,52 +93,23 @@ void tell_server(channel_connection &connection) noexcept {
   served.server.handled(served);
 }
 
-ServedConnection::ServedConnection(channel_server &owner, Descriptor &&peer) noexcept
-    : channel_connection(tell_server), server(owner), socket(std::move(peer)) {}
-
-// Tells a peer that is not taken in why, if it listens.
-void turn_away(int fd, const char *reason) noexcept {
-  message_buffer bytes(MESSAGE_FRAME_MAX);
-  if (marshal_nack(reason, bytes) != PLATFORM_OK) return;
-  // Nobody to tell of a failure: the peer is turned away in any case.
-  [[maybe_unused]] const ssize_t sent =
-      send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-}
-
-Descriptor open_spare() noexcept { return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
-
-// Something can be done without waiting, or that cannot be told.
-bool is_ready(int fd, std::uint32_t event) noexcept {
-  pollfd asked = {fd, static_cast<short>(event), 0};
-  return poll(&asked, 1, 0) != 0;
-}
-
-// Others may have the connection's place: see channel_server.h. What is ready is for the server to
-// do, however long the peer took before.
-bool may_go(const ServedConnection &connection, std::time_t now) noexcept {
-  const bool owes_nothing = connection.has_been_answered && connection.is_idle();
-  return (owes_nothing || now - connection.turn_began > kPatience) &&
-         !is_ready(connection.socket.get(), connection.awaited);
-}
-
 }  // namespace
 }  // namespace kivo_platform
 
 // ---- Opening, and the events of one turn
 
 bool channel_server::open(const char *path) noexcept {
-  if (!listener_.open(path, group_)) return false;
+  if (!entrance_.open(path, group_)) return false;
   epoll_ = Descriptor(epoll_create1(EPOLL_CLOEXEC));
   if (!epoll_) return false;
   timer_ = Descriptor(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-  if (!timer_) return false;
-  spare_ = open_spare();
-  return spare_ && watch(listener_.fd(), &listener_) && watch(timer_.get(), &timer_);
+  return timer_ && watch(entrance_.fd(), EPOLLIN, &entrance_) &&
+         watch(timer_.get(), EPOLLIN, &timer_);
 }
 
-bool channel_server::watch(int fd, void *subject) noexcept {
+bool channel_server::watch(int fd, std::uint32_t events, void *subject) noexcept {
   epoll_event wanted{};
-  wanted.events = EPOLLIN;
+  wanted.events = events;
   wanted.data.ptr = subject;
   return epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &wanted) == 0;
 }
@@ -172,60 +120,40 @@ void channel_server::process() noexcept {
   const int n = epoll_wait(epoll_.get(), events, kEventsMax, 0);
   bool peers_wait = false;
   for (int i = 0; i < n; ++i) {
-    if (events[i].data.ptr == &listener_) {
+    if (events[i].data.ptr == &entrance_) {
       peers_wait = true;
     } else if (events[i].data.ptr == &timer_) {
+      set_timer(false);  // takes its event back
       resume_listening();
     } else {
-      advance(*static_cast<ServedConnection *>(events[i].data.ptr));
+      auto &connection = *static_cast<ServedConnection *>(events[i].data.ptr);
+      connection.stage == Stage::kQuestion ? listen_for_question(connection) : advance(connection);
     }
   }
-  if (peers_wait) accept_all();
+  seat_those_who_ask();
+  places_.begin_round();
+  for (int i = 0; peers_wait && i < kAcceptsMax && accept_one(); ++i) {
+  }
+  set_timer(paused_ || !places_.at(Stage::kPlace).empty());
+}
+
+void channel_server::set_timer(bool runs) noexcept {
+  if (std::exchange(timer_runs_, runs) == runs) return;
+  timerfd_settime(timer_.get(), 0, runs ? &kQuarterSecond : &kStopped, nullptr);
 }
 
 // ---- Taking peers in
 
-void channel_server::accept_all() noexcept {
-  for (int i = 0; i < kAcceptsMax && find_place() && accept_one(); ++i) {
-  }
-}
-
-// False when all places are taken, and stay so for now.
-bool channel_server::find_place() noexcept {
-  if (connections() < most_) return true;
-  if (!is_ready(listener_.fd(), EPOLLIN)) return false;  // no place is needed
-  if (give_way()) return true;
-  trace_.write(ServerEvent::kAllBusy, most_);
-  pause_listening();
-  return false;
-}
-
-// Ends one connection for others to take its place, one in the middle of something only when no
-// other may go. False when there is none.
-bool channel_server::give_way() noexcept {
-  const std::time_t now = monotonic_seconds();
-  for (const bool idle : {true, false}) {
-    const auto found = std::find_if(waiting_.begin(), waiting_.end(), [&](const auto &connection) {
-      return connection.is_idle() == idle && may_go(connection, now);
-    });
-    if (found == waiting_.end()) continue;
-    trace_.write(idle ? ServerEvent::kGaveWay : ServerEvent::kStalled, connections());
-    end(*found);
-    return true;
-  }
-  return false;
-}
-
 // False when nobody waits any more, or nobody can be taken in for now.
 bool channel_server::accept_one() noexcept {
-  Descriptor peer(accept4(listener_.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-  if (peer) {
-    uid_t user = 0;
-    if (peer_is_permitted(peer.get(), group_, user)) {
-      take_in(std::move(peer));
+  Descriptor socket = entrance_.accept();
+  if (socket) {
+    const Peer peer = peer_of(socket.get(), group_);
+    if (peer.is_permitted) {
+      take_in(std::move(socket), peer);
     } else {
-      trace_.write(ServerEvent::kNotPermitted, user);
-      turn_away(peer.get(), "Not permitted.");
+      trace_.write(ServerEvent::kNotPermitted, peer.user);
+      refuse(socket.get(), "Not permitted.");
     }
     return true;
   }
@@ -233,65 +161,94 @@ bool channel_server::accept_one() noexcept {
   if (errno == EAGAIN) return false;
   const bool no_descriptor = errno == EMFILE || errno == ENFILE;
   trace_.write(ServerEvent::kCannotAccept, strerrordesc_np(errno));
-  // Nothing else changes what the next attempt meets, and the listener would wake the host for
+  // Nothing else changes what the next attempt meets, and the entrance would wake the host for
   // ever.
-  if (!no_descriptor || (!give_way() && !turn_one_away())) pause_listening();
+  if (!no_descriptor || (!give_way(Need::kDescriptor, nullptr) && !entrance_.turn_one_away())) {
+    pause_listening();
+  }
   return false;
 }
 
-// Takes a peer in by the spare descriptor, to tell it that there is no other. False when that
-// cannot be done either.
-bool channel_server::turn_one_away() noexcept {
-  spare_.reset();
-  bool turned_away = false;
-  {
-    const Descriptor peer(accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (peer) turn_away(peer.get(), "Too many connections.");
-    turned_away = static_cast<bool>(peer);
-  }
-  spare_ = open_spare();
-  return turned_away;
-}
-
-void channel_server::take_in(Descriptor &&peer) noexcept {
-  const int fd = peer.get();
-  try {
-    waiting_.emplace_back(*this, std::move(peer));
-  } catch (const std::bad_alloc &) {
+void channel_server::take_in(Descriptor &&socket, const Peer &peer) noexcept {
+  const int fd = socket.get();
+  ServedConnection *const connection = places_.take_in(tell_server, *this, std::move(socket), peer);
+  if (connection == nullptr) {
     trace_.write(ServerEvent::kCannotAccept, strerrordesc_np(ENOMEM));
     return;
   }
-  ServedConnection &connection = waiting_.back();
-  connection.self = std::prev(waiting_.end());
-  epoll_event wanted{};
-  wanted.events = EPOLLIN | EPOLLONESHOT;
-  wanted.data.ptr = &connection;
-  if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &wanted) == 0) return;
+  const Need exceeded = places_.exceeded_by(connection->user);
+  if (exceeded != Need::kNothing && !give_way(exceeded, &connection->user)) {
+    trace_.write(ServerEvent::kTooMany, peer.user);
+    refuse(fd, exceeded == Need::kShare ? "Too many connections of this user."
+                                        : "Too many connections.");
+    return places_.erase(*connection);
+  }
+  if (watch(fd, EPOLLIN | EPOLLONESHOT, connection)) return;
   trace_.write(ServerEvent::kCannotAccept, strerrordesc_np(errno));
-  end(connection);
+  end(*connection);
 }
 
-// The listener stays in the set, and nothing is asked of it: neither change can fail.
+// In the order in which they began to ask, but past those for whom nothing can be done yet.
+void channel_server::seat_those_who_ask() noexcept {
+  places_.begin_round();
+  Connections &asking = places_.at(Stage::kPlace);
+  for (auto next = asking.begin(); next != asking.end();) {
+    ServedConnection &connection = *next++;
+    User &user = connection.user;
+    if (!places_.has_place_for(user) && !give_way(Need::kPlace, &user)) continue;
+    places_.move(connection, Stage::kPeer);
+    advance(connection);
+  }
+  if (std::exchange(more_ask_, false) && !asking.empty()) {
+    trace_.write(ServerEvent::kAllBusy, places_.most());
+  }
+}
+
+// Ends one connection for another's need, one in the middle of something only when no other may go.
+// False when there is none.
+bool channel_server::give_way(Need need, User *to) noexcept {
+  ServedConnection *const found = places_.who_gives_way(need, to);
+  if (found == nullptr) return false;
+  trace_.write(found->is_idle() ? ServerEvent::kGaveWay : ServerEvent::kStalled,
+               places_.at(found->stage).size());
+  if (!found->has_been_answered) {
+    refuse(found->socket.get(), "Others waited, and no request had come.");
+  }
+  end(*found);
+  return true;
+}
+
+// The entrance stays in the set, and nothing is asked of it: neither change can fail.
 void channel_server::pause_listening() noexcept {
   epoll_event nothing{};
-  nothing.data.ptr = &listener_;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, listener_.fd(), &nothing);
-  timerfd_settime(timer_.get(), 0, &kPause, nullptr);
+  nothing.data.ptr = &entrance_;
+  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, entrance_.fd(), &nothing);
   paused_ = true;
 }
 
 void channel_server::resume_listening() noexcept {
-  if (!paused_) return;
+  if (!std::exchange(paused_, false)) return;
   epoll_event wanted{};
   wanted.events = EPOLLIN;
-  wanted.data.ptr = &listener_;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, listener_.fd(), &wanted);
-  constexpr itimerspec kStopped{};
-  timerfd_settime(timer_.get(), 0, &kStopped, nullptr);  // also takes its event back
-  paused_ = false;
+  wanted.data.ptr = &entrance_;
+  epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, entrance_.fd(), &wanted);
 }
 
 // ---- One turn of a connection
+
+// Its first bytes, which it is given a place for, or its end.
+void channel_server::listen_for_question(ServedConnection &connection) noexcept {
+  char first = 0;
+  const ssize_t n = recv(connection.socket.get(), &first, 1, MSG_PEEK);
+  if (n > 0) {
+    more_ask_ = true;
+    places_.move(connection, Stage::kPlace);
+  } else if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
+    arm(connection, EPOLLIN);
+  } else {
+    end(connection);
+  }
+}
 
 // Sends what is left of the last reply, then takes what the peer asks next.
 void channel_server::advance(ServedConnection &connection) noexcept {
@@ -367,13 +324,12 @@ bool channel_server::read(ServedConnection &connection) noexcept {
 }
 
 void channel_server::handle(ServedConnection &connection, std::size_t size) noexcept {
-  handled_.splice(handled_.end(), waiting_, connection.self);
+  places_.move(connection, Stage::kHandler);
   const std::uint32_t status = deliver(connection, connection.input.data() + kFrameHead, size);
   connection.input.consume(kFrameHead + size);
   connection.input.trim();
   if (status == PLATFORM_OK) return;
   trace_.write(ServerEvent::kUnreadable, status_text(status));
-  waiting_.splice(waiting_.end(), handled_, connection.self);
   end(connection);
 }
 
@@ -381,7 +337,6 @@ void channel_server::handle(ServedConnection &connection, std::size_t size) noex
 // from anywhere, and must not find its connection gone. Shutting down makes that turn come at once
 // when the peer takes nothing.
 void channel_server::handled(ServedConnection &connection) noexcept {
-  waiting_.splice(waiting_.end(), handled_, connection.self);
   connection.has_been_answered = true;
   connection.begin_turn();
   if (connection.error != 0) shutdown(connection.socket.get(), SHUT_RDWR);
@@ -390,19 +345,23 @@ void channel_server::handled(ServedConnection &connection) noexcept {
 
 // ---- Waiting, and the end
 
-void channel_server::await(ServedConnection &connection, std::uint32_t event) noexcept {
-  waiting_.splice(waiting_.end(), waiting_, connection.self);
+void channel_server::arm(ServedConnection &connection, std::uint32_t event) noexcept {
   connection.awaited = event;
   epoll_event wanted{};
   wanted.events = event | EPOLLONESHOT;
   wanted.data.ptr = &connection;
   // Cannot fail: the descriptor is in the set, and changing its entry takes no memory.
   epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, connection.socket.get(), &wanted);
+}
+
+void channel_server::await(ServedConnection &connection, std::uint32_t event) noexcept {
+  places_.move(connection, Stage::kPeer);
+  arm(connection, event);
   if (connection.is_idle()) resume_listening();  // it may go, if somebody waits
 }
 
 void channel_server::end(ServedConnection &connection) noexcept {
-  waiting_.erase(connection.self);
+  places_.erase(connection);
   resume_listening();
 }
 

@@ -23,6 +23,7 @@ enum class ServerEvent : std::uint32_t {
   kCannotAccept,
   kError,
   kStalled,
+  kTooMany,
 };
 
 class ServerTrace {
@@ -56,6 +57,7 @@ class ServerTrace {
     {39, "request channel: cannot take a peer in: %s"},
     {40, "request channel: a connection ends: %s"},
     {42, "request channel: of %zu connections one gives way whose peer left off in the middle"},
+    {43, "request channel: one more connection of user %u is refused"},
   };
   // clang-format on
   static constexpr std::uint32_t kNumberSuppressed = 41;
