@@ -10,20 +10,20 @@ namespace kivod {
 
 enum class HostLevel : uint32_t { kError = 3, kWarning = 4, kNotice = 5, kDebug = 7 };
 
-// Numbers of the daemon's messages, stable once given.
+// Numbers of the daemon's messages, stable once given. Those below 1000 are the library's and the
+// platform's, who trace under the same module.
 enum class HostMessage : uint32_t {
-  kNoIndex = 1,
-  kNoWatch = 2,
-  kNoDatabase = 3,
-  kDamagedRecord = 10,
-  kBadValue = 11,
-  kSkippedRecord = 12,
-  kSessionFailed = 13,
-  kLogFailed = 14,
-  kSuppressed = 15,
-  kServing = 20,
-  kStopping = 21,
-  kDeaf = 22,
+  kNoIndex = 1001,
+  kNoWatch = 1002,
+  kNoDatabase = 1003,
+  kDamagedRecord = 1010,
+  kBadValue = 1011,
+  kSkippedRecord = 1012,
+  kSessionFailed = 1013,
+  kSuppressed = 1015,
+  kServing = 1020,
+  kStopping = 1021,
+  kDeaf = 1022,
 };
 
 #define host_trace(level, number, ...)                                      \
