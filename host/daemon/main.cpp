@@ -1,17 +1,20 @@
 // kivod, the host daemon of the library: replays accounting logs, prints what is asked for, and
 // ends or stays to answer kivosh.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <new>
 #include <string>
 
-#include "host_trace.h"
 #include "kivo/display.h"
 #include "match.h"
 #include "options.h"
 #include "platform/attrdb.h"
+#include "platform/trace.h"
 #include "replay.h"
+#include "serving/room.h"
 #include "serving/service.h"
 #include "session_printer.h"
 #include "sessions/session_database.h"
@@ -123,9 +126,15 @@ int run(const Options &options) {
   if (status == 0) status = shown;
   if (!options.serve || status != 0) return status;
   if (serve(options.socket, options.group, error)) return 0;
-  complain(error);
+  if (has_room(STDERR_FILENO)) complain(error);
   return kFailed;
 }
+
+// At its end it tells what was lost of the traces.
+struct StderrTraces {
+  StderrTraces() noexcept { trace_add_stream_sink(stderr); }
+  ~StderrTraces() { trace_remove_stream_sink(stderr); }
+};
 
 }  // namespace
 
@@ -133,7 +142,7 @@ int main(int argc, char **argv) {
   int exit_status = 0;
   const auto options = kivod::parse_options(argc, argv, exit_status);
   if (!options) return exit_status;
-  trace_add_stream_sink(stderr);
+  const StderrTraces traces;
   try {
     return run(*options);
   } catch (const std::bad_alloc &) {

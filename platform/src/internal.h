@@ -39,6 +39,9 @@ void trace(std::uint16_t module, std::uint32_t level, std::uint32_t number, cons
 std::uint32_t add_sink(trace_sink sink, trace_sink_flush flush, void *arg) noexcept;
 void remove_sink(trace_sink sink, void *arg) noexcept;
 
+// The time of the records: CLOCK_REALTIME, in nanoseconds.
+std::uint64_t real_time_ns() noexcept;
+
 // Twin of fatal_stop().
 [[noreturn]] void stop(const char *condition, const char *file, std::uint32_t line) noexcept;
 

@@ -5,6 +5,7 @@
 // Threads: none; the process serialises all calls.
 #include "platform/trace.h"
 
+#include <poll.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -57,13 +58,6 @@ constinit State g_trace{.sinks = {},
                         .busy = false,
                         .stopping = false};
 
-std::uint64_t now_ns() noexcept {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U +
-         static_cast<std::uint64_t>(now.tv_nsec);
-}
-
 void deliver(const trace_record &record) noexcept {
   g_trace.busy = true;
   for (std::uint32_t i = 0; i < g_trace.n_sinks; ++i) {
@@ -90,7 +84,7 @@ void vwrite(std::uint16_t module, std::uint32_t level, std::uint32_t number, con
     text[length] = '\0';
     const std::uint32_t indent = std::min(g_trace.indent, TRACE_INDENT_MAX);
     deliver({.sequence = g_trace.sequence,
-             .time_ns = now_ns(),
+             .time_ns = real_time_ns(),
              .module = module,
              .indent = static_cast<std::uint16_t>(indent),
              .level = level,
@@ -127,6 +121,13 @@ constexpr std::uint32_t kNumberStop = 1;
 
 }  // namespace
 
+std::uint64_t real_time_ns() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U +
+         static_cast<std::uint64_t>(now.tv_nsec);
+}
+
 void trace(std::uint16_t module, std::uint32_t level, std::uint32_t number, const char *fmt,
            ...) noexcept {
   if (!trace_enabled(module, level)) return;
@@ -156,13 +157,14 @@ void remove_sink(trace_sink sink, void *arg) noexcept {
 void stop(const char *condition, const char *file, std::uint32_t line) noexcept {
   if (condition == nullptr) condition = "(none)";
   if (file == nullptr) file = "(unknown)";
-  // Without a sink that could take the record, the last words go to the standard error stream.
+  // Without a sink that could take the record, the last words go to standard error, if they can.
   if (g_trace.n_sinks == 0 || g_trace.busy || g_trace.stopping) {
     char text[TRACE_TEXT_MAX];
     const int length = std::snprintf(text, sizeof text, "fatal: \"%s\" does not hold at %s:%u\n",
                                      condition, file, line);
     const auto size = std::min(static_cast<std::size_t>(length), sizeof text - 1);
-    if (write(STDERR_FILENO, text, size) < 0) std::abort();
+    pollfd room = {STDERR_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, 0) == 0 || write(STDERR_FILENO, text, size) < 0) std::abort();
   } else {
     g_trace.stopping = true;
     write_now(TRACE_MODULE_PLATFORM, 0, kNumberStop, "fatal: \"%s\" does not hold at %s:%u",

@@ -1,12 +1,16 @@
 // Ready-made trace sinks: a line on a stream, syslog, and a ring of the last records in memory.
 // They see records through trace.h only. Texts may hold what a peer sent: whatever leaves the
-// process as a line has its control characters escaped, so that one record stays one line.
+// process as a line has its control characters escaped, so that one record stays one line. Lines
+// are written without waiting (trace_stream.h); what that costs is told by a line that looks like a
+// record of the platform's.
 // Invariant of the ring: record k (from 0) lies in entry k modulo the size until it is overwritten.
 // Threads: none; the process serialises all calls.
 #include <syslog.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +20,7 @@
 #include "internal.h"
 #include "platform/status.h"
 #include "platform/trace.h"
+#include "trace_stream.h"
 
 namespace kivo_platform {
 namespace {
@@ -34,8 +39,7 @@ constexpr ModuleName kModuleNames[] = {
     {TRACE_MODULE_PLATFORM, "platform"},
 };
 
-// Builds one line in memory of its own size: a prefix, the indent, and a text in which every byte
-// may take four characters. A longer line cannot come up; add() cuts all the same.
+// Builds one line. One of more than kLineMax bytes cannot come up; add() cuts all the same.
 class Line {
  public:
   void add(const char *text, std::size_t length) noexcept {
@@ -70,15 +74,24 @@ class Line {
   std::size_t size() const noexcept { return size_; }
 
  private:
-  char buffer_[4 * TRACE_TEXT_MAX + 2 * TRACE_INDENT_MAX + 192];
+  char buffer_[kLineMax];
   std::size_t size_ = 0;
 };
 
-void add_module(Line &line, std::uint16_t module) noexcept {
-  for (const ModuleName &row : kModuleNames) {
-    if (row.module == module) return line.add_format("[%s]", row.name);
+struct ModuleLabel {
+  char text[24];
+};
+
+ModuleLabel label_of(std::uint16_t module) noexcept {
+  ModuleLabel label;
+  const auto *const row = std::find_if(std::begin(kModuleNames), std::end(kModuleNames),
+                                       [=](const ModuleName &at) { return at.module == module; });
+  if (row != std::end(kModuleNames)) {
+    std::snprintf(label.text, sizeof label.text, "[%s]", row->name);
+  } else {
+    std::snprintf(label.text, sizeof label.text, "[module %u]", module);
   }
-  line.add_format("[module %u]", module);
+  return label;
 }
 
 void add_number_and_text(Line &line, const trace_record &record) noexcept {
@@ -100,29 +113,112 @@ void add_time(Line &line, std::uint64_t time_ns) noexcept {
       static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
 }
 
-void stream_sink(const trace_record *record, void *arg) noexcept {
-  Line line;
-  add_time(line, record->time_ns);
-  add_module(line, record->module);
-  if (record->level <= TRACE_LEVEL_MAX) {
-    line.add_format(" %s", kLevelNames[record->level]);
-  } else {
-    line.add_format(" level-%u", record->level);
-  }
-  add_number_and_text(line, *record);
-  line.add("\n", 1);
-  std::fwrite(line.data(), 1, line.size(), static_cast<std::FILE *>(arg));
+// ---- What a sink tells of itself
+
+constexpr std::uint32_t kNumberLost = 3;
+constexpr std::uint32_t kLostLevel = 4;
+
+// As if the platform had traced it.
+trace_record own_record(std::uint64_t time_ns, std::uint32_t level, std::uint32_t number,
+                        const char *text) noexcept {
+  return {0, time_ns, TRACE_MODULE_PLATFORM, 0, level, number, text, std::strlen(text)};
 }
 
-void stream_flush(void *arg) noexcept { std::fflush(static_cast<std::FILE *>(arg)); }
+// ---- Stream
+
+class StreamSink {
+ public:
+  explicit StreamSink(std::FILE *stream) noexcept : lines_(stream) {}
+
+  void write(const trace_record &record) noexcept {
+    if (!tell_lost(record.time_ns) || !write_line(record)) ++lines_.n_lost;
+  }
+
+  void flush() noexcept {
+    tell_lost(real_time_ns());
+    lines_.flush();
+  }
+
+  std::FILE *stream() const noexcept { return lines_.stream(); }
+
+  StreamSink *next = nullptr;
+
+ private:
+  // Writing may find out that one more is lost: a line whose beginning is in another file.
+  bool tell_lost(std::uint64_t now_ns) noexcept {
+    while (const std::uint64_t n_lost = lines_.n_lost) {
+      char text[96];
+      std::snprintf(text, sizeof text, "lines lost for want of room: %" PRIu64, n_lost);
+      if (!write_line(own_record(now_ns, kLostLevel, kNumberLost, text))) return false;
+      lines_.n_lost -= n_lost;
+    }
+    return true;
+  }
+
+  bool write_line(const trace_record &record) noexcept;
+
+  LineStream lines_;
+};
+
+bool StreamSink::write_line(const trace_record &record) noexcept {
+  Line line;
+  add_time(line, record.time_ns);
+  line.add_format("%s ", label_of(record.module).text);
+  if (record.level <= TRACE_LEVEL_MAX) {
+    line.add_format("%s", kLevelNames[record.level]);
+  } else {
+    line.add_format("level-%u", record.level);
+  }
+  add_number_and_text(line, record);
+  line.add("\n", 1);
+  return lines_.write_line(line.data(), line.size());
+}
+
+constinit StreamSink *g_streams = nullptr;  // those that are sinks
+
+void stream_sink(const trace_record *record, void *arg) noexcept {
+  static_cast<StreamSink *>(arg)->write(*record);
+}
+
+void stream_flush(void *arg) noexcept { static_cast<StreamSink *>(arg)->flush(); }
+
+std::uint32_t add_stream_sink(std::FILE *stream) noexcept {
+  auto *const made = new (std::nothrow) StreamSink(stream);
+  if (made == nullptr) return AAA_ERR_NO_MEMORY;
+  const std::uint32_t status = add_sink(stream_sink, stream_flush, made);
+  if (status != PLATFORM_OK) {
+    delete made;
+    return status;
+  }
+  made->next = g_streams;
+  g_streams = made;
+  return PLATFORM_OK;
+}
+
+void remove_stream_sink(std::FILE *stream) noexcept {
+  StreamSink **link = &g_streams;
+  while (*link != nullptr && (*link)->stream() != stream) link = &(*link)->next;
+  StreamSink *const found = *link;
+  if (found == nullptr) return;
+  const int saved_errno = errno;
+  remove_sink(stream_sink, found);
+  *link = found->next;
+  found->flush();
+  delete found;
+  errno = saved_errno;
+}
+
+// ---- syslog
 
 void syslog_sink(const trace_record *record, void *) noexcept {
   Line line;
-  add_module(line, record->module);
+  line.add_format("%s", label_of(record->module).text);
   add_number_and_text(line, *record);
   const int priority = static_cast<int>(std::min(record->level, std::uint32_t{LOG_DEBUG}));
   syslog(priority, "%.*s", static_cast<int>(line.size()), line.data());
 }
+
+// ---- Ring
 
 constexpr std::uint32_t kRingRecordsMax = 65'536;
 constexpr std::size_t kRingTextMax = 256;
@@ -167,12 +263,10 @@ void ring_sink(const trace_record *record, void *arg) noexcept {
 
 uint32_t trace_add_stream_sink(FILE *stream) noexcept {
   if (stream == nullptr) return AAA_ERR_INVALID_ARG;
-  return kivo_platform::add_sink(kivo_platform::stream_sink, kivo_platform::stream_flush, stream);
+  return kivo_platform::add_stream_sink(stream);
 }
 
-void trace_remove_stream_sink(FILE *stream) noexcept {
-  kivo_platform::remove_sink(kivo_platform::stream_sink, stream);
-}
+void trace_remove_stream_sink(FILE *stream) noexcept { kivo_platform::remove_stream_sink(stream); }
 
 uint32_t trace_add_syslog_sink(void) noexcept {
   return kivo_platform::add_sink(kivo_platform::syslog_sink, nullptr, nullptr);

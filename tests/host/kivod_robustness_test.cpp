@@ -164,19 +164,30 @@ TEST(KivodRobustness, AnswersAGoodClientBesideACrowdOfAnotherUser) {
   }
 }
 
+// The reader has gone, or it has left off reading and the pipe is full.
 TEST(KivodRobustness, GoesOnWithoutAReaderOfItsTraces) {
   signal(SIGPIPE, SIG_DFL);  // as a shell leaves it; programs inherit it when it is ignored
-  int ends[2];
-  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
-  const auto kivod = [&] {
-    const StandardError piped(ends[1]);
-    return std::make_unique<ServingKivod>("");
-  }();
-  close(ends[0]);
-  close(ends[1]);
-  for (int i = 0; i < 3; ++i) send_what_is_no_frame(kivod->socket());
-  EXPECT_TRUE(is_answered(client_who_asks(kivod->socket())));
-  EXPECT_EQ(0, kivod->stop(SIGTERM));
+  for (const bool is_full : {false, true}) {
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    if (is_full) {
+      const std::string bytes(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), '-');
+      ASSERT_EQ(static_cast<ssize_t>(bytes.size()), write(ends[1], bytes.data(), bytes.size()));
+    }
+    const auto kivod = [&] {
+      const StandardError piped(ends[1]);
+      return std::make_unique<ServingKivod>("");
+    }();
+    if (!is_full) close(ends[0]);
+    close(ends[1]);
+    alarm(60);  // instead of waiting for ever
+    for (int i = 0; i < 3; ++i) send_what_is_no_frame(kivod->socket());
+    EXPECT_TRUE(is_answered(client_who_asks(kivod->socket())));
+    alarm(10);
+    EXPECT_EQ(0, kivod->stop(SIGTERM));
+    alarm(0);
+    if (is_full) close(ends[0]);
+  }
 }
 
 }  // namespace

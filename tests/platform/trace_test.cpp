@@ -1,14 +1,22 @@
 // Trace facility: levels, records, scopes, the sinks, and the stop on a broken precondition.
 #include "platform/trace.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/status.h"
@@ -25,6 +33,23 @@ extern "C" void syslog(int priority, const char *fmt, ...) {
   va_end(args);
   g_syslog = text;
   g_syslog_priority = priority;
+}
+
+// What a system may not have or permit.
+static bool g_has_nowait = true;
+extern "C" ssize_t pwritev2(int fd, const iovec *pieces, int n, off_t offset, int flags) {
+  if (g_has_nowait) return syscall(SYS_pwritev2, fd, pieces, n, offset, 0, flags);
+  errno = EOPNOTSUPP;
+  return -1;
+}
+
+static bool g_may_open = true;
+extern "C" int open(const char *path, int flags, ...) {
+  if (g_may_open || std::strcmp(path, "/dev/tty") == 0) {
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
+  }
+  errno = EACCES;
+  return -1;
 }
 
 namespace {
@@ -171,9 +196,13 @@ TEST(TraceSinks, AreRefusedWhenNullOrTooMany) {
   }
   EXPECT_EQ(AAA_ERR_NO_ROOM, trace_add_sink(keep, nullptr, &seen));
   EXPECT_EQ(nullptr, trace_ring_create(4));
+  EXPECT_EQ(AAA_ERR_NO_ROOM, trace_add_stream_sink(stdout));
   for (uint32_t i = 0; i < TRACE_SINKS_MAX; ++i) trace_remove_sink(keep, &seen);
   trace_write(1, 1, 1, "x");
   EXPECT_TRUE(seen.empty());
+  failing_new::fail_nth(1);
+  EXPECT_EQ(AAA_ERR_NO_MEMORY, trace_add_stream_sink(stdout));
+  failing_new::disarm();
 }
 
 TEST_F(TraceTest, StreamGetsOneLineARecordWhateverTheTextHolds) {
@@ -218,6 +247,135 @@ TEST(TraceSyslog, LevelIsThePriority) {
   trace_remove_syslog_sink();
   trace_write(1, 2, 5, "y");
   EXPECT_EQ("[module 1] 5: x", g_syslog);
+}
+
+// The lines of a sink's output that are whole, without their times.
+std::vector<std::string> lines_of(const std::string &bytes) {
+  std::vector<std::string> lines;
+  for (size_t at = 0, end; (end = bytes.find('\n', at)) != bytes.npos; at = end + 1) {
+    lines.push_back(bytes.substr(at, end - at));
+    if (lines.back().size() > 28 && lines.back()[27] == ' ') lines.back().erase(0, 28);
+  }
+  return lines;
+}
+
+struct FullStream {
+  const char *name;
+  bool is_socket;
+  int n_pages;      // that a pipe has
+  bool has_nowait;  // the kernel, for pipes
+  bool may_open;    // the stream's file
+  bool moves;       // to another file, when it is full
+  size_t n_records;
+};
+
+class TraceStream : public ::testing::TestWithParam<FullStream> {
+ protected:
+  // Reader and writer.
+  void make_ends(int (&ends)[2]) const {
+    ASSERT_EQ(0, GetParam().is_socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends));
+    ASSERT_EQ(0, fcntl(ends[0], F_SETFL, O_NONBLOCK));
+    fcntl(ends[1], F_SETPIPE_SZ, GetParam().n_pages * 4096);
+  }
+
+  static std::string read_all(int fd) {
+    std::string bytes;
+    char piece[4096];
+    for (ssize_t n; (n = read(fd, piece, sizeof piece)) > 0;) {
+      bytes.append(piece, static_cast<size_t>(n));
+    }
+    return bytes;
+  }
+};
+
+// Every third line has more bytes than a page.
+TEST_P(TraceStream, IsNotWaitedForWhenItIsFull) {
+  const FullStream &row = GetParam();
+  const auto text = [](size_t i) {
+    return std::to_string(i) + std::string(i % 3 == 0 ? TRACE_TEXT_MAX - 8 : 5, '\t');
+  };
+  int ends[2];
+  int others[2];
+  make_ends(ends);
+  make_ends(others);
+  FILE *stream = fdopen(ends[1], "w");
+  ASSERT_EQ(PLATFORM_OK, trace_add_stream_sink(stream));
+  g_has_nowait = row.has_nowait;
+  g_may_open = row.may_open;
+  alarm(60);  // instead of waiting for ever
+  for (size_t i = 0; i < row.n_records; ++i) trace_write(1, 7, 1, "%s", text(i).c_str());
+  EXPECT_EQ(0, fcntl(ends[1], F_GETFL) & O_NONBLOCK);
+  std::fputs("the process's own\n", stream);
+  trace_flush();
+  std::string bytes = read_all(ends[0]);
+  if (row.moves) {
+    bytes.erase(bytes.rfind('\n') + 1);
+    dup2(others[1], ends[1]);
+  }
+  const int reader = row.moves ? others[0] : ends[0];
+  for (int i = 0; i < 4; ++i) {  // a page has room for one of them
+    trace_flush();
+    bytes += read_all(reader);
+  }
+  trace_write(1, 7, 1, "end");
+  const std::vector<std::string> lines = lines_of(bytes + read_all(reader));
+  trace_remove_stream_sink(stream);
+  alarm(0);
+  g_has_nowait = g_may_open = true;
+  std::fclose(stream);
+  for (const int fd : {ends[0], others[0], others[1]}) close(fd);
+
+  const auto own = std::find(lines.begin(), lines.end(), "the process's own");
+  const auto n_written = static_cast<size_t>(own - lines.begin());
+  for (size_t i = 0; i < n_written; ++i) {
+    std::string expected = "[module 1] debug 1: " + text(i);
+    for (size_t tab; (tab = expected.find('\t')) != expected.npos;) {
+      expected.replace(tab, 1, "\\x09");
+    }
+    ASSERT_EQ(expected, lines[i]);
+  }
+  std::vector<std::string> last = {"the process's own"};
+  std::vector<size_t> n_lost = {row.n_records - n_written};
+  if (row.moves) n_lost = {n_lost[0] - 1, 1};  // that one line was cut shows later
+  for (const size_t n : n_lost) {
+    if (n != 0) {
+      last.push_back("[platform] warning 3: lines lost for want of room: " + std::to_string(n));
+    }
+  }
+  last.emplace_back("[module 1] debug 1: end");
+  EXPECT_EQ(last, std::vector<std::string>(own, lines.end()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , TraceStream,
+    ::testing::Values(FullStream{"Pipe", false, 16, true, true, false, 1500},
+                      FullStream{"PipeReopened", false, 16, false, true, false, 1500},
+                      FullStream{"PipeOfAnother", false, 16, false, false, false, 1500},
+                      FullStream{"Page", false, 1, true, true, false, 1},
+                      FullStream{"PageReopened", false, 1, false, true, false, 3},
+                      FullStream{"PageOfAnother", false, 1, false, false, false, 3},
+                      FullStream{"PageThatMoves", false, 1, true, true, true, 3},
+                      FullStream{"Socket", true, 0, true, true, false, 1500}),
+    [](const auto &row) { return row.param.name; });
+
+// Whose own file may be another user's.
+TEST(TraceStreamDeathTest, ATerminalIsNotWaitedForWhenItIsFull) {
+  for (const bool may_open : {true, false}) {
+    const auto fill = [=] {
+      setsid();
+      const int master = posix_openpt(O_RDWR | O_NOCTTY);
+      grantpt(master);
+      unlockpt(master);
+      FILE *terminal = std::fopen(ptsname(master), "r+");  // becomes the controlling one
+      trace_add_stream_sink(terminal);
+      g_may_open = may_open;
+      alarm(60);  // instead of waiting for ever
+      for (int i = 0; i < 3000; ++i) trace_write(1, 7, 1, "%0*d", i % 100, 0);
+      char byte = 0;
+      std::exit(read(master, &byte, 1) == 1 ? 0 : 1);
+    };
+    EXPECT_EXIT(fill(), ::testing::ExitedWithCode(0), "") << may_open;
+  }
 }
 
 std::string texts_of(const trace_ring *ring) {

@@ -2,6 +2,7 @@
 #include "service.h"
 
 #include <signal.h>
+#include <unistd.h>
 #include <uv.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include "kivo/show_request.h"
 #include "platform/channel_server.h"
 #include "platform/error_text.h"
+#include "room.h"
 #include "socket_folder.h"
 #include "text/socket_path.h"
 
@@ -32,7 +34,7 @@ void on_stop(uv_signal_t *signal, int number) {
 
 class Loop {
  public:
-  explicit Loop(channel_server &server) : server_(server) {}
+  Loop(channel_server &server, const std::string &socket) : server_(server), socket_(socket) {}
   ~Loop() {
     if (!made_) return;
     uv_walk(
@@ -51,7 +53,10 @@ class Loop {
     }
     if (result == 0) result = uv_poll_init(&loop_, &poll_, channel_server_fd(&server_));
     poll_.data = this;
-    return result == 0 ? uv_poll_start(&poll_, UV_READABLE, on_requests) : result;
+    if (result == 0) result = uv_poll_start(&poll_, UV_READABLE, on_requests);
+    if (result == 0) result = uv_timer_init(&loop_, &announcement_);
+    announcement_.data = this;
+    return result == 0 ? uv_timer_start(&announcement_, announce, 0, kAnnounceEveryMs) : result;
   }
 
   // Until it is told to stop: 0; or one of libuv's errors, when requests cannot be heard any more.
@@ -61,6 +66,17 @@ class Loop {
   }
 
  private:
+  static constexpr uint64_t kAnnounceEveryMs = 100;
+
+  // Once, as soon as standard output has room: nobody who asks waits for its reader.
+  static void announce(uv_timer_t *timer) {
+    if (!has_room(STDOUT_FILENO)) return;
+    const Loop &self = *static_cast<Loop *>(timer->data);
+    std::printf("Listening on %s\n", self.socket_.c_str());
+    std::fflush(stdout);
+    uv_timer_stop(timer);
+  }
+
   // libuv does not watch the descriptor any more after an error.
   static void on_requests(uv_poll_t *poll, int status, int) {
     Loop &self = *static_cast<Loop *>(poll->data);
@@ -72,11 +88,13 @@ class Loop {
   }
 
   channel_server &server_;
+  const std::string &socket_;
   int failure_ = 0;
   bool made_ = false;
   uv_loop_t loop_{};
   uv_signal_t signals_[std::size(kStopSignals)]{};
   uv_poll_t poll_{};
+  uv_timer_t announcement_{};
 };
 
 std::string why_not(const std::string &socket, uint32_t status) {
@@ -118,14 +136,12 @@ bool serve(const std::string &socket, const std::optional<std::string> &group, s
   channel_register_handler(MESSAGE_SHOW_KIVO_DATABASE_REQUEST,
                            dcx_show_kivo_database_request_command_handler);
   channel_register_handler(MESSAGE_SHOW_KIVO_ATTRIBUTES_REQUEST, answer_attributes_request);
-  Loop loop(*server);
+  Loop loop(*server, socket);
   if (const int result = loop.prepare(); result != 0) {
     error = std::string("no event loop: ") + uv_strerror(result);
     return false;
   }
   host_trace(HostLevel::kNotice, HostMessage::kServing, "listening on %s", socket.c_str());
-  std::printf("Listening on %s\n", socket.c_str());
-  std::fflush(stdout);
   const int failure = loop.run();
   if (failure != 0) error = std::string("cannot hear requests: ") + uv_strerror(failure);
   return failure == 0;

@@ -96,13 +96,30 @@ PLATFORM_API void trace_flush(void) PLATFORM_NOEXCEPT;
  *   2024-02-29T23:59:59.000001Z [module 1924] error 12:   text
  * The fixed modules are shown by name ("host", "request handler", "platform"), levels as emergency,
  * alert, critical, error, warning, notice, info, debug, detail, and level-N above them. Control
- * characters of the text are shown as \xNN. The caller owns the stream and removes the sink before
- * closing it. Returns as trace_add_sink() does; AAA_ERR_INVALID_ARG for null. */
+ * characters of the text are shown as \xNN.
+ *
+ * Never waits for whoever reads the lines, nor does its flush. On a pipe, a socket or a terminal a
+ * line for which there is no room, or which cannot be written, is lost and counted, and the count
+ * is the first line once there is room (platform's module, level 4, number 3):
+ *   2024-02-29T23:59:59.000001Z [platform] warning 3: lines lost for want of room: 12
+ * A line that was cut is ended before anything follows it, unless another file has taken the place
+ * of that with its beginning; then it is lost as well. The flags of the descriptor, which other
+ * processes may share, stay as they are. What the process itself left in the stream's buffer goes
+ * first, as soon as there is room for it; more than PIPE_BUF bytes of it are for the process to
+ * flush, and lines are lost until then. Into files, and streams without a descriptor, lines go
+ * through the stream and its buffer. One case remains in which a line can wait: another user's pipe
+ * before Linux 6.4, when another process takes the room in the moment between question and write,
+ * and another user's terminal that is not the controlling one.
+ * Costs two system calls a line; five or six on a terminal, and on a pipe before Linux 6.4.
+ *
+ * The caller owns the stream and removes the sink before closing it; removing flushes. Returns as
+ * trace_add_sink() does; AAA_ERR_INVALID_ARG for null; AAA_ERR_NO_MEMORY. */
 PLATFORM_API uint32_t trace_add_stream_sink(FILE *stream) PLATFORM_NOEXCEPT;
 PLATFORM_API void trace_remove_stream_sink(FILE *stream) PLATFORM_NOEXCEPT;
 
 /* syslog(3) with the level as priority (7 above it): module, number and text as above. The caller
- * has called openlog(). */
+ * has called openlog(). The C library may block in syslog() when the system's log is not read; a
+ * process that must not wait for it writes to a stream. Returns as trace_add_sink() does. */
 PLATFORM_API uint32_t trace_add_syslog_sink(void) PLATFORM_NOEXCEPT;
 PLATFORM_API void trace_remove_syslog_sink(void) PLATFORM_NOEXCEPT;
 
