@@ -1,5 +1,5 @@
-// The daemon's own traces: decisions and borders, under the host application's module. What an
-// input can repeat quickly goes through a RateLimit.
+// The daemon's own traces: decisions and borders, under the host application's module. The sinks
+// that write lines bound what an input can repeat.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,6 @@ enum class HostMessage : uint32_t {
   kBadValue = 1011,
   kSkippedRecord = 1012,
   kSessionFailed = 1013,
-  kSuppressed = 1015,
   kServing = 1020,
   kStopping = 1021,
   kDeaf = 1022,
@@ -32,17 +31,5 @@ enum class HostMessage : uint32_t {
       trace_write(TRACE_MODULE_HOST_APP, static_cast<uint32_t>(level),      \
                   static_cast<uint32_t>(number), __VA_ARGS__);              \
   } while (0)
-
-// Lets the first few of a kind of message through and counts the rest.
-class RateLimit {
- public:
-  explicit RateLimit(uint64_t most) noexcept : most_(most) {}
-  bool allows() noexcept { return ++seen_ <= most_; }
-  [[nodiscard]] uint64_t suppressed() const noexcept { return seen_ > most_ ? seen_ - most_ : 0; }
-
- private:
-  uint64_t most_;
-  uint64_t seen_ = 0;
-};
 
 }  // namespace kivod

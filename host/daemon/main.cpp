@@ -115,7 +115,6 @@ int run(const Options &options) {
     complain(error);
     status = kFailed;
   }
-  replay.report_suppressed();
   const bool summary = !options.quiet && !options.replay.empty();
   if (summary) print_summary(replay.counts());
   const int shown = show_what_was_asked(db, options, summary);
@@ -130,7 +129,7 @@ int run(const Options &options) {
   return kFailed;
 }
 
-// At its end it tells what was lost of the traces.
+// At its end it tells what was left out of the traces.
 struct StderrTraces {
   StderrTraces() noexcept { trace_add_stream_sink(stderr); }
   ~StderrTraces() { trace_remove_stream_sink(stderr); }
@@ -146,7 +145,7 @@ int main(int argc, char **argv) {
   try {
     return run(*options);
   } catch (const std::bad_alloc &) {
-    std::fputs("kivod: out of memory\n", stderr);
+    if (has_room(STDERR_FILENO)) std::fputs("kivod: out of memory\n", stderr);
     return kFailed;
   }
 }

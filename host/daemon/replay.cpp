@@ -5,6 +5,8 @@
 
 #include <cinttypes>
 
+#include "host_trace.h"
+
 namespace kivod {
 
 bool Replay::run(const std::string &path, std::string &error) {
@@ -34,14 +36,13 @@ bool Replay::run(const std::string &path, std::string &error) {
 void Replay::on_record(const DetailRecord &record) {
   ++counts_.records;
   const auto report = [&](uint64_t line, const char *why) {
-    if (!value_reports_.allows()) return;
     host_trace(HostLevel::kWarning, HostMessage::kBadValue, "%.*s:%" PRIu64 ": %s; value left out",
                static_cast<int>(record.file.size()), record.file.data(), line, why);
   };
   read_event(record, decoder_, event_, counts_.pairs, report);
   const Outcome outcome = sessions_.apply(event_);
   ++counts_.outcomes[static_cast<size_t>(outcome)];
-  if (outcome == Outcome::kIncomplete && skipped_reports_.allows()) {
+  if (outcome == Outcome::kIncomplete) {
     host_trace(HostLevel::kWarning, HostMessage::kSkippedRecord,
                "%.*s:%" PRIu64 ": no status, access server or session id; record skipped",
                static_cast<int>(record.file.size()), record.file.data(), record.line);
@@ -50,19 +51,10 @@ void Replay::on_record(const DetailRecord &record) {
 
 void Replay::on_fault(const DetailFault &fault) {
   ++counts_.damaged;
-  if (!damaged_reports_.allows()) return;
   host_trace(HostLevel::kWarning, HostMessage::kDamagedRecord,
              "%.*s:%" PRIu64 ": %s; record of line %" PRIu64 " skipped",
              static_cast<int>(fault.file.size()), fault.file.data(), fault.line,
              describe(fault.kind), fault.record_line);
-}
-
-void Replay::report_suppressed() const {
-  const uint64_t suppressed =
-      damaged_reports_.suppressed() + value_reports_.suppressed() + skipped_reports_.suppressed();
-  if (suppressed == 0) return;
-  host_trace(HostLevel::kWarning, HostMessage::kSuppressed,
-             "%" PRIu64 " further reports of this kind were held back", suppressed);
 }
 
 }  // namespace kivod

@@ -1,6 +1,6 @@
 // Replay of accounting logs: reads the records of files in the `detail` format and applies them to
-// the session table in their order. What a log has wrong costs no other record; it is traced, the
-// first few of a kind in full, and counted.
+// the session table in their order. What a log has wrong costs no other record; it is traced and
+// counted.
 #pragma once
 
 #include <array>
@@ -9,7 +9,6 @@
 
 #include "accounting/accounting_pair.h"
 #include "accounting/detail_file.h"
-#include "host_trace.h"
 #include "sessions/accounting_event.h"
 #include "sessions/session_table.h"
 
@@ -36,22 +35,14 @@ class Replay final : private DetailSink {
 
   [[nodiscard]] const ReplayCounts &counts() const noexcept { return counts_; }
 
-  // Traces how many reports were held back.
-  void report_suppressed() const;
-
  private:
   void on_record(const DetailRecord &record) override;
   void on_fault(const DetailFault &fault) override;
-
-  static constexpr uint64_t kReportsInFull = 20;
 
   PairDecoder &decoder_;
   SessionTable &sessions_;
   AccountingEvent event_;
   ReplayCounts counts_;
-  RateLimit damaged_reports_{kReportsInFull};
-  RateLimit value_reports_{kReportsInFull};
-  RateLimit skipped_reports_{kReportsInFull};
 };
 
 }  // namespace kivod

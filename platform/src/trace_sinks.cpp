@@ -1,8 +1,8 @@
 // Ready-made trace sinks: a line on a stream, syslog, and a ring of the last records in memory.
 // They see records through trace.h only. Texts may hold what a peer sent: whatever leaves the
 // process as a line has its control characters escaped, so that one record stays one line. Lines
-// are written without waiting (trace_stream.h); what that costs is told by a line that looks like a
-// record of the platform's.
+// are bounded in number (trace_limit.h) and written without waiting (trace_stream.h); what that
+// costs is told by lines that look like records of the platform's.
 // Invariant of the ring: record k (from 0) lies in entry k modulo the size until it is overwritten.
 // Threads: none; the process serialises all calls.
 #include <syslog.h>
@@ -20,6 +20,7 @@
 #include "internal.h"
 #include "platform/status.h"
 #include "platform/trace.h"
+#include "trace_limit.h"
 #include "trace_stream.h"
 
 namespace kivo_platform {
@@ -115,6 +116,7 @@ void add_time(Line &line, std::uint64_t time_ns) noexcept {
 
 // ---- What a sink tells of itself
 
+constexpr std::uint32_t kNumberLeftOut = 2;
 constexpr std::uint32_t kNumberLost = 3;
 constexpr std::uint32_t kLostLevel = 4;
 
@@ -124,6 +126,23 @@ trace_record own_record(std::uint64_t time_ns, std::uint32_t level, std::uint32_
   return {0, time_ns, TRACE_MODULE_PLATFORM, 0, level, number, text, std::strlen(text)};
 }
 
+// Writes, by a function from a record to whether there was room, how many of a kind were left out.
+template <typename Write>
+bool tell_left_out(RecordLimit &limit, std::uint64_t now_ns, bool also_unfinished,
+                   Write write) noexcept {
+  const auto tell = [&](const RecordLimit::Row &row, bool is_shared) {
+    char text[96];
+    if (is_shared) {
+      std::snprintf(text, sizeof text, "records of other kinds left out: %" PRIu64, row.n_left_out);
+    } else {
+      std::snprintf(text, sizeof text, "records of %s %u left out: %" PRIu64,
+                    label_of(row.module).text, row.number, row.n_left_out);
+    }
+    return write(own_record(now_ns, row.level, kNumberLeftOut, text));
+  };
+  return limit.tell(now_ns, also_unfinished, tell);
+}
+
 // ---- Stream
 
 class StreamSink {
@@ -131,11 +150,13 @@ class StreamSink {
   explicit StreamSink(std::FILE *stream) noexcept : lines_(stream) {}
 
   void write(const trace_record &record) noexcept {
-    if (!tell_lost(record.time_ns) || !write_line(record)) ++lines_.n_lost;
+    const bool is_told = tell(record.time_ns, false);
+    if (!limit_.passes(record)) return;
+    if (!is_told || !write_line(record)) ++lines_.n_lost;
   }
 
   void flush() noexcept {
-    tell_lost(real_time_ns());
+    tell(real_time_ns(), true);
     lines_.flush();
   }
 
@@ -144,6 +165,13 @@ class StreamSink {
   StreamSink *next = nullptr;
 
  private:
+  // Of lost lines first: they were before everything that is written from now on.
+  bool tell(std::uint64_t now_ns, bool also_unfinished) noexcept {
+    return tell_lost(now_ns) &&
+           tell_left_out(limit_, now_ns, also_unfinished,
+                         [&](const trace_record &record) { return write_line(record); });
+  }
+
   // Writing may find out that one more is lost: a line whose beginning is in another file.
   bool tell_lost(std::uint64_t now_ns) noexcept {
     while (const std::uint64_t n_lost = lines_.n_lost) {
@@ -158,6 +186,7 @@ class StreamSink {
   bool write_line(const trace_record &record) noexcept;
 
   LineStream lines_;
+  RecordLimit limit_;
 };
 
 bool StreamSink::write_line(const trace_record &record) noexcept {
@@ -210,12 +239,31 @@ void remove_stream_sink(std::FILE *stream) noexcept {
 
 // ---- syslog
 
-void syslog_sink(const trace_record *record, void *) noexcept {
+constinit RecordLimit g_syslog_limit;
+
+bool write_to_syslog(const trace_record &record) noexcept {
   Line line;
-  line.add_format("%s", label_of(record->module).text);
-  add_number_and_text(line, *record);
-  const int priority = static_cast<int>(std::min(record->level, std::uint32_t{LOG_DEBUG}));
+  line.add_format("%s", label_of(record.module).text);
+  add_number_and_text(line, record);
+  const int priority = static_cast<int>(std::min(record.level, std::uint32_t{LOG_DEBUG}));
   syslog(priority, "%.*s", static_cast<int>(line.size()), line.data());
+  return true;
+}
+
+void syslog_sink(const trace_record *record, void *) noexcept {
+  tell_left_out(g_syslog_limit, record->time_ns, false, write_to_syslog);
+  if (g_syslog_limit.passes(*record)) write_to_syslog(*record);
+}
+
+void syslog_flush(void *) noexcept {
+  tell_left_out(g_syslog_limit, real_time_ns(), true, write_to_syslog);
+}
+
+void remove_syslog_sink() noexcept {
+  const int saved_errno = errno;
+  syslog_flush(nullptr);
+  remove_sink(syslog_sink, nullptr);
+  errno = saved_errno;
 }
 
 // ---- Ring
@@ -269,12 +317,12 @@ uint32_t trace_add_stream_sink(FILE *stream) noexcept {
 void trace_remove_stream_sink(FILE *stream) noexcept { kivo_platform::remove_stream_sink(stream); }
 
 uint32_t trace_add_syslog_sink(void) noexcept {
-  return kivo_platform::add_sink(kivo_platform::syslog_sink, nullptr, nullptr);
+  // Added once however often it is asked for: there is one bound.
+  kivo_platform::remove_syslog_sink();
+  return kivo_platform::add_sink(kivo_platform::syslog_sink, kivo_platform::syslog_flush, nullptr);
 }
 
-void trace_remove_syslog_sink(void) noexcept {
-  kivo_platform::remove_sink(kivo_platform::syslog_sink, nullptr);
-}
+void trace_remove_syslog_sink(void) noexcept { kivo_platform::remove_syslog_sink(); }
 
 trace_ring *trace_ring_create(uint32_t n_records) noexcept {
   if (n_records == 0 || n_records > kivo_platform::kRingRecordsMax) return nullptr;

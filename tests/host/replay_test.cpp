@@ -1,5 +1,5 @@
 // Replay of logs: records are applied in their order over files, what a log has wrong costs no
-// other record and is reported with file and line, the first twenty of a kind in full.
+// other record and is reported with file and line.
 #include "replay.h"
 
 #include <gtest/gtest.h>
@@ -119,15 +119,6 @@ TEST_F(ReplayOfLogs, ReportsWithFileAndLine) {
   EXPECT_EQ(0u, texts[1].find("log:7: NAS-Port: ")) << texts[1];
   EXPECT_TRUE(texts[1].ends_with("; value left out")) << texts[1];
   EXPECT_EQ("log:10: no status, access server or session id; record skipped", texts[2]);
-}
-
-TEST_F(ReplayOfLogs, HoldsBackWhatALogRepeats) {
-  std::string log;
-  for (int i = 0; i < 25; ++i) log += kHeader + "\tgarbled\n\n" + record("Start", "");
-  replay(log);
-  EXPECT_EQ(40u, reports().size());
-  replay_->report_suppressed();
-  EXPECT_EQ(std::vector<std::string>{"10 further reports of this kind were held back"}, reports());
 }
 
 TEST_F(ReplayOfLogs, NamesTheFileThatItCannotRead) {

@@ -176,17 +176,6 @@ TEST_F(ChannelServer, EndsAConnectionInErrorAndDropsWhatWasNotSent) {
   EXPECT_EQ(0u, channel_server_connections(server_));
 }
 
-TEST_F(ChannelServer, TracesAtMostTwentyThingsAtATime) {
-  open();
-  for (int i = 0; i < 30; ++i) {
-    const int peer = raw_peer();
-    ASSERT_EQ(1, send(peer, "", 1, 0));
-    close(peer);
-    turn();
-  }
-  EXPECT_EQ(20u, take_traces().size());
-}
-
 // ---- The socket file
 
 TEST_F(ChannelServer, MakesItsFileForUserAndGroupAndTakesItAway) {

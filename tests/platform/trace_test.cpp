@@ -25,6 +25,7 @@
 // Stands in for the C library's: what would go to the system's log is kept here.
 static std::string g_syslog;
 static int g_syslog_priority = -1;
+static size_t g_syslog_lines = 0;
 extern "C" void syslog(int priority, const char *fmt, ...) {
   char text[4096];
   va_list args;
@@ -33,9 +34,17 @@ extern "C" void syslog(int priority, const char *fmt, ...) {
   va_end(args);
   g_syslog = text;
   g_syslog_priority = priority;
+  ++g_syslog_lines;
 }
 
-// What a system may not have or permit.
+// The records' clock, when it is set, and what a system may not have or permit.
+static uint64_t g_now_ms = 0;
+extern "C" int clock_gettime(clockid_t id, timespec *now) noexcept {
+  if (g_now_ms == 0) return static_cast<int>(syscall(SYS_clock_gettime, id, now));
+  *now = {static_cast<time_t>(g_now_ms / 1000), static_cast<long>(g_now_ms % 1000 * 1'000'000)};
+  return 0;
+}
+
 static bool g_has_nowait = true;
 extern "C" ssize_t pwritev2(int fd, const iovec *pieces, int n, off_t offset, int flags) {
   if (g_has_nowait) return syscall(SYS_pwritev2, fd, pieces, n, offset, 0, flags);
@@ -244,6 +253,10 @@ TEST(TraceSyslog, LevelIsThePriority) {
   EXPECT_EQ("[request handler] 5: 100% of\\x0ait", g_syslog);
   trace_write(1, 8, 5, "x");
   EXPECT_EQ(LOG_DEBUG, g_syslog_priority);
+  EXPECT_EQ(PLATFORM_OK, trace_add_syslog_sink());  // is there already
+  const size_t before = g_syslog_lines;
+  trace_write(1, 8, 5, "x");
+  EXPECT_EQ(before + 1, g_syslog_lines);
   trace_remove_syslog_sink();
   trace_write(1, 2, 5, "y");
   EXPECT_EQ("[module 1] 5: x", g_syslog);
@@ -257,6 +270,70 @@ std::vector<std::string> lines_of(const std::string &bytes) {
     if (lines.back().size() > 28 && lines.back()[27] == ' ') lines.back().erase(0, 28);
   }
   return lines;
+}
+
+struct Flood {
+  const char *name;
+  uint64_t at_ms;
+  uint32_t level;
+  uint16_t module;
+  uint32_t number;
+  uint32_t n_numbers;  // from that one on
+  uint32_t n_records;  // of each
+  size_t n_lines;
+  const char *first_line;
+};
+
+// What is not told by a row's first line is told by the flush or at the end.
+TEST(TraceSinks, PassOnTwentyOfAKindInTenSeconds) {
+  const Flood rows[] = {
+      {"Twenty", 100'000, 3, 1, 7, 1, 25, 20, "[module 1] error 7: x"},
+      {"OtherNumber", 100'000, 5, 1, 8, 1, 2, 2, "[module 1] notice 8: x"},
+      {"OtherModule", 100'000, 0, 2, 7, 1, 1, 1, "[module 2] emergency 7: x"},
+      {"OtherLevel", 109'999, 2, 1, 7, 1, 1, 0, ""},
+      {"Unbounded", 109'999, 6, 1, 7, 1, 30, 30, "[module 1] info 7: x"},
+      {"Later", 110'000, 7, 3, 1, 1, 1, 2,
+       "[platform] critical 2: records of [module 1] 7 left out: 6"},
+      {"Again", 110'000, 3, 1, 7, 1, 21, 20, "[module 1] error 7: x"},
+      {"ClockSetBack", 50'000, 4, 1, 7, 1, 22, 21,
+       "[platform] error 2: records of [module 1] 7 left out: 1"},
+      {"Flush", 50'000, 4, 0, 0, 0, 0, 1,
+       "[platform] warning 2: records of [module 1] 7 left out: 2"},
+      {"Kinds", 200'000, 3, 1, 100, TRACE_LIMIT_KINDS, 20, 20 * TRACE_LIMIT_KINDS,
+       "[module 1] error 100: x"},
+      {"MoreKinds", 200'000, 3, 1024, 500, 10, 3, 20, "[host] error 500: x"},
+      {"KindsAnew", 210'000, 3, 1024, 600, TRACE_LIMIT_KINDS - 1, 20, 20 * TRACE_LIMIT_KINDS - 19,
+       "[platform] error 2: records of other kinds left out: 10"},
+      {"One", 210'000, 3, 1024, 600, 1, 1, 0, ""},
+  };
+  char *bytes = nullptr;
+  size_t size = 0;
+  FILE *stream = open_memstream(&bytes, &size);
+  ASSERT_EQ(PLATFORM_OK, trace_add_stream_sink(stream));
+  ASSERT_EQ(PLATFORM_OK, trace_add_syslog_sink());
+  auto check = [&, at = size_t{0}](const Flood &row) mutable {
+    std::fflush(stream);
+    const std::vector<std::string> lines = lines_of(bytes + at);
+    at = size;
+    EXPECT_EQ(row.n_lines, lines.size()) << row.name;
+    EXPECT_EQ(row.n_lines, std::exchange(g_syslog_lines, 0)) << row.name;
+    EXPECT_EQ(row.first_line, lines.empty() ? "" : lines[0]) << row.name;
+  };
+  g_syslog_lines = 0;
+  for (const Flood &row : rows) {
+    g_now_ms = row.at_ms;
+    for (uint32_t i = 0; i < row.n_numbers * row.n_records; ++i) {
+      trace_write(row.module, row.level, row.number + i / row.n_records, "x");
+    }
+    if (row.n_records == 0) trace_flush();
+    check(row);
+  }
+  trace_remove_stream_sink(stream);
+  trace_remove_syslog_sink();
+  check({"End", 0, 0, 0, 0, 0, 0, 1, "[platform] error 2: records of [host] 600 left out: 1"});
+  g_now_ms = 0;
+  std::fclose(stream);
+  std::free(bytes);
 }
 
 struct FullStream {
@@ -371,8 +448,7 @@ TEST(TraceStreamDeathTest, ATerminalIsNotWaitedForWhenItIsFull) {
       g_may_open = may_open;
       alarm(60);  // instead of waiting for ever
       for (int i = 0; i < 3000; ++i) trace_write(1, 7, 1, "%0*d", i % 100, 0);
-      char byte = 0;
-      std::exit(read(master, &byte, 1) == 1 ? 0 : 1);
+      std::exit(read(master, &g_now_ms, 1) == 1 ? 0 : 1);
     };
     EXPECT_EXIT(fill(), ::testing::ExitedWithCode(0), "") << may_open;
   }

@@ -24,15 +24,9 @@ namespace {
 
 using Bytes = std::string_view;
 
-// What fails once in the library may fail for every event that follows.
-constexpr uint64_t kFailuresInFull = 20;
-RateLimit failure_reports(kFailuresInFull);
-
 bool check(uint32_t status, const char *step) {
   if (status == PLATFORM_OK) return true;
-  if (failure_reports.allows()) {
-    host_trace(HostLevel::kError, HostMessage::kSessionFailed, "%s: %s", step, error_text(status));
-  }
+  host_trace(HostLevel::kError, HostMessage::kSessionFailed, "%s: %s", step, error_text(status));
   return false;
 }
 

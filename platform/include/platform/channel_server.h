@@ -3,9 +3,9 @@
  * A frame is a length of 4 bytes, most significant first, and that many bytes of a protobuf message
  * `frame` (generated/messages.proto), 1 to MESSAGE_FRAME_MAX. A frame that is longer, empty or cut
  * off, one that cannot be read, one that is no request, and a peer that goes away in the middle of
- * a reply end that connection with a trace (platform module, level 4, at most 20 in 10 seconds) and
- * nothing else. A connection's next request is read when its last reply has been taken, so that a
- * slow peer holds nobody up and no more than one reply in memory.
+ * a reply end that connection with a trace (platform module, level 4) and nothing else. A
+ * connection's next request is read when its last reply has been taken, so that a slow peer holds
+ * nobody up and no more than one reply in memory.
  *
  * There are so many places, and a connection has one from the first byte of its first request on;
  * until then it is a descriptor that waits. They are shared between users, each the one who made

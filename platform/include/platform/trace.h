@@ -25,6 +25,12 @@
 #define TRACE_INDENT_MAX    32u
 #define TRACE_SINKS_MAX     16u
 
+/* What the ready-made sinks that write lines pass on: see below. */
+#define TRACE_LIMIT_RECORDS 20u
+#define TRACE_LIMIT_S       10u
+#define TRACE_LIMIT_LEVEL   5u
+#define TRACE_LIMIT_KINDS   256u
+
 /* Fixed module ids (see zel_debug_modules in subsys.h for the others). */
 #define TRACE_MODULE_HOST_APP        UINT16_C(1024) /* the host application */
 #define TRACE_MODULE_REQUEST_HANDLER UINT16_C(1025) /* handlers of the request channel */
@@ -87,10 +93,21 @@ PLATFORM_API uint32_t trace_add_sink(trace_sink sink, trace_sink_flush flush,
                                      void *arg) PLATFORM_NOEXCEPT;
 /* Removes the sink that was added with these two; nothing when there is none. */
 PLATFORM_API void trace_remove_sink(trace_sink sink, void *arg) PLATFORM_NOEXCEPT;
-/* Calls every sink's flush. */
+/* Calls every sink's flush. The ready-made ones tell there what they left out. */
 PLATFORM_API void trace_flush(void) PLATFORM_NOEXCEPT;
 
-/* Ready-made sinks. */
+/* Ready-made sinks.
+ *
+ * The stream's and syslog's bound what peers can have written: of one module and number they pass
+ * on at most TRACE_LIMIT_RECORDS records of levels 0 to TRACE_LIMIT_LEVEL in TRACE_LIMIT_S seconds,
+ * counted from the first one, by the records' own times. Then the next record of whatever kind, a
+ * flush, or the sink's removal tells what was left out, in a line of the platform's module, number
+ * 2 and the level of the most severe:
+ *   2024-02-29T23:59:59.000001Z [platform] error 2: records of [host] 1014 left out: 4980
+ * Each sink keeps account of TRACE_LIMIT_KINDS kinds, more than the library, the platform and their
+ * daemon have; one is given up when its seconds are over and what was left out of it is told. What
+ * finds no account, with a host of more, shares one, whose line says "of other kinds": so these are
+ * bounded too, but together. Higher levels, the ring and the process's own sinks get everything. */
 
 /* One line a record to a stream: time in UTC, module, level name, number, text, two blanks a scope:
  *   2024-02-29T23:59:59.000001Z [module 1924] error 12:   text
@@ -119,7 +136,8 @@ PLATFORM_API void trace_remove_stream_sink(FILE *stream) PLATFORM_NOEXCEPT;
 
 /* syslog(3) with the level as priority (7 above it): module, number and text as above. The caller
  * has called openlog(). The C library may block in syslog() when the system's log is not read; a
- * process that must not wait for it writes to a stream. Returns as trace_add_sink() does. */
+ * process that must not wait for it writes to a stream. Added twice it is there once. Returns as
+ * trace_add_sink() does. Removing flushes. */
 PLATFORM_API uint32_t trace_add_syslog_sink(void) PLATFORM_NOEXCEPT;
 PLATFORM_API void trace_remove_syslog_sink(void) PLATFORM_NOEXCEPT;
 

@@ -82,7 +82,6 @@ struct channel_server {
   bool paused_ = false;    // the entrance is not watched
   bool more_ask_ = false;  // for a place, in this turn
   Places places_;
-  ServerTrace trace_;
 };
 
 namespace kivo_platform {
@@ -152,7 +151,7 @@ bool channel_server::accept_one() noexcept {
     if (peer.is_permitted) {
       take_in(std::move(socket), peer);
     } else {
-      trace_.write(ServerEvent::kNotPermitted, peer.user);
+      trace_server(ServerEvent::kNotPermitted, peer.user);
       refuse(socket.get(), "Not permitted.");
     }
     return true;
@@ -160,7 +159,7 @@ bool channel_server::accept_one() noexcept {
   if (errno == EINTR || errno == ECONNABORTED) return true;
   if (errno == EAGAIN) return false;
   const bool no_descriptor = errno == EMFILE || errno == ENFILE;
-  trace_.write(ServerEvent::kCannotAccept, strerrordesc_np(errno));
+  trace_server(ServerEvent::kCannotAccept, strerrordesc_np(errno));
   // Nothing else changes what the next attempt meets, and the entrance would wake the host for
   // ever.
   if (!no_descriptor || (!give_way(Need::kDescriptor, nullptr) && !entrance_.turn_one_away())) {
@@ -173,18 +172,18 @@ void channel_server::take_in(Descriptor &&socket, const Peer &peer) noexcept {
   const int fd = socket.get();
   ServedConnection *const connection = places_.take_in(tell_server, *this, std::move(socket), peer);
   if (connection == nullptr) {
-    trace_.write(ServerEvent::kCannotAccept, strerrordesc_np(ENOMEM));
+    trace_server(ServerEvent::kCannotAccept, strerrordesc_np(ENOMEM));
     return;
   }
   const Need exceeded = places_.exceeded_by(connection->user);
   if (exceeded != Need::kNothing && !give_way(exceeded, &connection->user)) {
-    trace_.write(ServerEvent::kTooMany, peer.user);
+    trace_server(ServerEvent::kTooMany, peer.user);
     refuse(fd, exceeded == Need::kShare ? "Too many connections of this user."
                                         : "Too many connections.");
     return places_.erase(*connection);
   }
   if (watch(fd, EPOLLIN | EPOLLONESHOT, connection)) return;
-  trace_.write(ServerEvent::kCannotAccept, strerrordesc_np(errno));
+  trace_server(ServerEvent::kCannotAccept, strerrordesc_np(errno));
   end(*connection);
 }
 
@@ -200,7 +199,7 @@ void channel_server::seat_those_who_ask() noexcept {
     advance(connection);
   }
   if (std::exchange(more_ask_, false) && !asking.empty()) {
-    trace_.write(ServerEvent::kAllBusy, places_.most());
+    trace_server(ServerEvent::kAllBusy, places_.most());
   }
 }
 
@@ -209,7 +208,7 @@ void channel_server::seat_those_who_ask() noexcept {
 bool channel_server::give_way(Need need, User *to) noexcept {
   ServedConnection *const found = places_.who_gives_way(need, to);
   if (found == nullptr) return false;
-  trace_.write(found->is_idle() ? ServerEvent::kGaveWay : ServerEvent::kStalled,
+  trace_server(found->is_idle() ? ServerEvent::kGaveWay : ServerEvent::kStalled,
                places_.at(found->stage).size());
   if (!found->has_been_answered) {
     refuse(found->socket.get(), "Others waited, and no request had come.");
@@ -253,7 +252,7 @@ void channel_server::listen_for_question(ServedConnection &connection) noexcept 
 // Sends what is left of the last reply, then takes what the peer asks next.
 void channel_server::advance(ServedConnection &connection) noexcept {
   if (connection.error != 0) {
-    trace_.write(ServerEvent::kError, status_text(connection.error));
+    trace_server(ServerEvent::kError, status_text(connection.error));
     return end(connection);
   }
   if (!write(connection)) return;
@@ -269,7 +268,7 @@ void channel_server::advance(ServedConnection &connection) noexcept {
     case FrontFrame::kPartial:
       return await(connection, EPOLLIN);
     case FrontFrame::kBad:
-      trace_.write(ServerEvent::kBadSize, size);
+      trace_server(ServerEvent::kBadSize, size);
       return end(connection);
   }
 }
@@ -286,7 +285,7 @@ bool channel_server::write(ServedConnection &connection) noexcept {
       await(connection, EPOLLOUT);
       return false;
     } else if (errno != EINTR) {
-      trace_.write(ServerEvent::kVanished, bytes.size());
+      trace_server(ServerEvent::kVanished, bytes.size());
       end(connection);
       return false;
     }
@@ -303,7 +302,7 @@ bool channel_server::read(ServedConnection &connection) noexcept {
   const std::size_t room = std::min(kPiece, bytes.room());
   std::uint8_t *const at = bytes.extend(room);
   if (at == nullptr) {
-    trace_.write(ServerEvent::kError, status_text(CHANNEL_ERR_NO_MEMORY));
+    trace_server(ServerEvent::kError, status_text(CHANNEL_ERR_NO_MEMORY));
     end(connection);
     return false;
   }
@@ -318,7 +317,7 @@ bool channel_server::read(ServedConnection &connection) noexcept {
     await(connection, EPOLLIN);
     return false;
   }
-  if (before != 0) trace_.write(ServerEvent::kCutOff, before);
+  if (before != 0) trace_server(ServerEvent::kCutOff, before);
   end(connection);
   return false;
 }
@@ -329,7 +328,7 @@ void channel_server::handle(ServedConnection &connection, std::size_t size) noex
   connection.input.consume(kFrameHead + size);
   connection.input.trim();
   if (status == PLATFORM_OK) return;
-  trace_.write(ServerEvent::kUnreadable, status_text(status));
+  trace_server(ServerEvent::kUnreadable, status_text(status));
   end(connection);
 }
 
