@@ -1,10 +1,14 @@
 // Numbers of the interfaces that sessions are on: one for each pair of access server and port, as
-// long as a session is on it. The session table counts sessions in and out. Threads: none.
+// long as a session is on it. The session table counts sessions in and out. Peers choose the ports'
+// names and, by what they let end, which numbers stay: both are found under a keyed hash.
+// Threads: none.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+
+#include "keyed_hash.h"
 
 namespace kivod {
 
@@ -29,8 +33,8 @@ class InterfaceTable {
 
   uint32_t unused_id() noexcept;
 
-  std::unordered_map<std::string, uint32_t> by_key_;
-  std::unordered_map<uint32_t, Interface> by_id_;
+  std::unordered_map<std::string, uint32_t, KeyedHash> by_key_;
+  std::unordered_map<uint32_t, Interface, KeyedHash> by_id_;
   uint32_t last_id_ = 0;
 };
 
