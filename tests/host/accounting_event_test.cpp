@@ -4,6 +4,7 @@
 #include "sessions/accounting_event.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <array>
 #include <string>
@@ -163,19 +164,34 @@ TEST_F(AccountingEventOfARecord, LeavesOutWhatCannotBeUnderstoodAndSaysWhy) {
 }
 
 TEST_F(AccountingEventOfARecord, HasTheTimeAtTheAccessServer) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  constexpr uint64_t kHeaderTime = 1699996400;  // Tue Nov 14 22:13:20 2023, an hour before UTC's
   const struct {
     const char *lines;
     uint64_t time;
+    const char *header = "Tue Nov 14 22:13:20 2023";
   } table[] = {
       {"Event-Timestamp = 1700000000\nTimestamp = 1700000050\nAcct-Delay-Time = 9", 1700000000},
       {"Timestamp = 1700000050\nAcct-Delay-Time = 9", 1700000041},
       {"Timestamp = 1700000050", 1700000050},
       {"Event-Timestamp = \"Feb 30 2023 00:00:00 UTC\"\nTimestamp = 1700000050", 1700000050},
       {"Timestamp = 5\nAcct-Delay-Time = 9", 0},
-      {"Acct-Delay-Time = 9", 0},
-      {"User-Name = a", 0},
+      {"Acct-Delay-Time = 9", kHeaderTime - 9},
+      {"User-Name = a", kHeaderTime},
+      {"Timestamp = soon", kHeaderTime},
+      {"Timestamp = 1", 1},
+      {"User-Name = a", 1698539400, "Sun Oct 29 02:30:00 2023"},  // the first of two
+      {"User-Name = a", 1698544800, "Sun Oct 29 03:00:00 2023"},
+      {"User-Name = a", 1688169600, "Sat Jul  1 02:00:00 2023"},
+      {"User-Name = a", 0, "Sun Mar 26 02:30:00 2023"},  // the clocks go from 2 to 3
+      {"User-Name = a", 0, "Mon Nov 14 22:13:20 2023"},
+      {"User-Name = a", 0, "Tue Nov 31 22:13:20 2023"},
+      {"User-Name = a", 0, "Tue Nov 14 22:13:20 2023 or so"},
+      {"User-Name = a", 0, "1699996400"},
   };
-  for (const auto &row : table) EXPECT_EQ(row.time, events_.read(row.lines).time()) << row.lines;
+  for (const auto &row : table) {
+    EXPECT_EQ(row.time, events_.read(row.lines, row.header).time()) << row.header << row.lines;
+  }
 }
 
 // A server logs an attribute of the wrong size as bare octets under its number.
@@ -212,7 +228,7 @@ TEST_F(AccountingEventOfARecord, KeepsNothingOfTheEventBefore) {
   events_.read("Acct-Status-Type = Start\nTimestamp = 9\nUser-Name = a\nClass = 0x41");
   const kivod::AccountingEvent &next = events_.read("Acct-Session-Time = 4");
   EXPECT_FALSE(next.status);
-  EXPECT_FALSE(next.log_time);
+  EXPECT_NE(9u, next.log_time);
   EXPECT_EQ(4u, next.session_time_s);
   EXPECT_TRUE(next.values.all().empty());
 }

@@ -18,11 +18,12 @@ class LogEvents : private kivod::DetailSink {
   LogEvents() : decoder_(kivod::PairDecoder::open("", error_)) { EXPECT_TRUE(decoder_) << error_; }
 
   // The event of "Name = value" lines; holds until the next call. Whole records only.
-  const kivod::AccountingEvent &read(std::string_view lines) {
+  const kivod::AccountingEvent &read(std::string_view lines,
+                                     const std::string &header = "Tue Nov 14 22:13:20 2023") {
     counts = {};
     complaints.clear();
     event_.clear();
-    std::string log = "Tue Nov 14 22:13:20 2023\n\t";
+    std::string log = header + "\n\t";
     for (const char c : lines) log.append(c == '\n' ? "\n\t" : std::string(1, c));
     kivod::DetailReader reader("log", *this);
     reader.feed(log + "\n\n");

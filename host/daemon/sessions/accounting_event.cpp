@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../accounting/log_date.h"
 #include "value_text.h"
 
 namespace kivod {
@@ -278,6 +279,11 @@ void read_event(const DetailRecord &record, PairDecoder &decoder, AccountingEven
       continue;
     }
     file_pair(pair, event, seen, scratch);
+  }
+  uint32_t seconds = 0;
+  if (!event.event_time && !event.log_time &&
+      log_date_parse_header(record.header.data(), record.header.size(), &seconds) == nullptr) {
+    event.log_time = seconds;
   }
 }
 

@@ -49,7 +49,7 @@ class EventValues {
 struct AccountingEvent {
   std::optional<uint64_t> status;          // of Acct-Status-Type, see AcctStatus
   std::optional<uint64_t> event_time;      // Event-Timestamp, seconds since 1970
-  std::optional<uint64_t> log_time;        // when the server logged it
+  std::optional<uint64_t> log_time;        // when the server logged it: Timestamp, or the header
   std::optional<uint64_t> delay_s;         // Acct-Delay-Time
   std::optional<uint64_t> session_time_s;  // Acct-Session-Time
   EventValues values;
@@ -72,7 +72,8 @@ struct PairCounts {
 
 // Reads the pairs of a record into an event, one by one: a pair that cannot be understood is
 // counted, told to `on_bad` (with its line and a printable reason; not for unknown attributes) and
-// left out. Throws std::bad_alloc.
+// left out. A record without Timestamp was logged at the date of its header, which is taken for
+// this host's local time, since it names no zone. Throws std::bad_alloc.
 void read_event(const DetailRecord &record, PairDecoder &decoder, AccountingEvent &event,
                 PairCounts &counts,
                 const std::function<void(uint64_t line, const char *why)> &on_bad);
