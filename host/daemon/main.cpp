@@ -1,10 +1,13 @@
 // kivod, the host daemon of the library: replays accounting logs, prints what is asked for, and
 // ends or stays to answer kivosh.
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <new>
 #include <string>
 
@@ -99,6 +102,8 @@ void complain(const std::string &error) {
 }
 
 int run(const Options &options) {
+  // There is nothing to open anew, and whoever asks for it does not mean an end.
+  if (options.serve) signal(SIGHUP, SIG_IGN);
   kivo_db *db = open_session_database();
   if (db == nullptr) return kFailed;
   std::string error;
@@ -113,6 +118,10 @@ int run(const Options &options) {
   for (const std::string &path : options.replay) {
     if (replay.run(path, error)) continue;
     complain(error);
+    status = kFailed;
+  }
+  if (const uint64_t n = replay.counts().outcomes[static_cast<size_t>(Outcome::kFailed)]; n != 0) {
+    complain(host_text::counted(n, "record") + " could not be applied");
     status = kFailed;
   }
   const bool summary = !options.quiet && !options.replay.empty();
@@ -131,21 +140,44 @@ int run(const Options &options) {
 
 // At its end it tells what was left out of the traces.
 struct StderrTraces {
-  StderrTraces() noexcept { trace_add_stream_sink(stderr); }
+  StderrTraces() {
+    if (trace_add_stream_sink(stderr) != PLATFORM_OK) throw std::bad_alloc();
+  }
   ~StderrTraces() { trace_remove_stream_sink(stderr); }
 };
+
+void say_that_memory_ran_out() {
+  if (has_room(STDERR_FILENO)) std::fputs("kivod: out of memory\n", stderr);
+}
+
+// Memory for an exception may be lacking too, and one may come where none may pass.
+void on_terminate() {
+  try {
+    if (const auto what = std::current_exception()) std::rethrow_exception(what);
+  } catch (const std::bad_alloc &) {
+  } catch (...) {
+    std::abort();
+  }
+  say_that_memory_ran_out();
+  std::_Exit(kFailed);
+}
+
+// Before the program's own static objects are made, which need memory too.
+[[gnu::constructor(101)]] void watch_terminate() { std::set_terminate(on_terminate); }
 
 }  // namespace
 
 int main(int argc, char **argv) {
   int exit_status = 0;
-  const auto options = kivod::parse_options(argc, argv, exit_status);
-  if (!options) return exit_status;
-  const StderrTraces traces;
   try {
+    const auto options = kivod::parse_options(argc, argv, exit_status);
+    if (!options) return exit_status;
+    const StderrTraces traces;
     return run(*options);
   } catch (const std::bad_alloc &) {
-    if (has_room(STDERR_FILENO)) std::fputs("kivod: out of memory\n", stderr);
-    return kFailed;
+    say_that_memory_ran_out();
+  } catch (const std::exception &error) {
+    complain(error.what());
   }
+  return kFailed;
 }

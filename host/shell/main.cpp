@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <optional>
 
 #include "commands.h"
 #include "options.h"
@@ -34,12 +35,12 @@ int run(const kivosh::Options &options) {
 int main(int argc, char **argv) {
   speak_utf8();
   int exit_status = 0;
-  const auto options = kivosh::parse_options(argc, argv, exit_status);
-  if (!options) return exit_status;
+  std::optional<kivosh::Options> options;
   try {
-    return run(*options);
+    options = kivosh::parse_options(argc, argv, exit_status);
+    return options ? run(*options) : exit_status;
   } catch (const std::bad_alloc &) {
-    if (options->json) std::puts(R"({"error":"out of memory","status":3})");
+    if (options && options->json) std::puts(R"({"error":"out of memory","status":3})");
     kivosh::print_error("out of memory");
     return static_cast<int>(kivosh::Outcome::kDaemonFailed);
   }

@@ -3,6 +3,7 @@
 // freeradius-common.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -17,8 +18,9 @@
 #define KIVO_OWN_HEAP
 static bool heap_fails;
 static size_t heap_calls;
+static size_t first_refused = 1;  // of the calls while it fails
 
-static bool heap_refuses() { return heap_fails && ++heap_calls != 0; }
+static bool heap_refuses() { return heap_fails && ++heap_calls >= first_refused; }
 
 extern "C" {
 void *__libc_malloc(size_t size);
@@ -111,6 +113,8 @@ TEST_F(Pair, HasTheBytesThatTheServerMeant) {
       {"NAS-IPv6-Address", "2001:db8::7", {0, 95}, kIpv6, v6},
       {"Framed-IPv6-Address", "2001:DB8:0:0:0:0:0:7", {0, 168}, kIpv6, v6},
       {"Framed-Interface-Id", "0:0:0:7", {0, 96}, RADIUS_KIND_INTERFACE_ID, "\0\0\0\0\0\0\0\7"s},
+      {"3GPP2-GMT-Time-Zone-Offset", "-3600", {5535, 143}, RADIUS_KIND_SIGNED, u32(-3600u)},
+      {"3GPP2-GMT-Time-Zone-Offset", "3600", {5535, 143}, RADIUS_KIND_SIGNED, u32(3600)},
       {"Class", "0x00ff41", {0, 25}, kOctets, "\0\xff\x41"s},
       {"Class", "0x", {0, 25}, kOctets, ""},
       {"Class", "\"a\\\"b\"", {0, 25}, kOctets, "a\"b"},
@@ -161,6 +165,8 @@ TEST_F(Pair, IsRefusedWithAReasonWhenItMeansNothing) {
       {kBad, "NAS-Port", "4294967296"},
       {kBad, "NAS-Port", "99999999999999999999999"},
       {kBad, "NAS-Port", "-1"},
+      {kBad, "3GPP2-GMT-Time-Zone-Offset", "2147483648"},
+      {kBad, "3GPP2-GMT-Time-Zone-Offset", "-2147483649"},
       {kBad, "NAS-Port", "12abc"},
       {kBad, "NAS-Port", "0x"},
       {kBad, "NAS-Port", "\"\""},
@@ -299,8 +305,8 @@ TEST_F(Dictionaries, AreSharedByDecodersAndSurviveThem) {
 
 TEST_F(Dictionaries, ThatAreMissingOrNotTheLoadedOnesAreNamedInTheError) {
   std::string error;
-  EXPECT_FALSE(PairDecoder::open(directory_ / "none", error));
-  EXPECT_EQ(0u, error.find("cannot load the RADIUS dictionaries of "));
+  EXPECT_FALSE(PairDecoder::open("/no\033[2J", error));
+  EXPECT_EQ(0u, error.find("cannot load the RADIUS dictionaries of /no?[2J: ")) << error;
   ASSERT_TRUE(PairDecoder::open("", error)) << error;
   dictionary() << "ATTRIBUTE\tUser-Name\t1\tstring\n";
   EXPECT_FALSE(PairDecoder::open(directory_, error));
@@ -333,6 +339,30 @@ TEST_F(DictionariesDeathTest, ThatDoNotServeAreRefused) {
     };
     EXPECT_EXIT(open_and_say(), testing::ExitedWithCode(0), row.reason);
   }
+}
+
+TEST_F(DictionariesDeathTest, ThatFindNoMemoryAreRefused) {
+#ifdef KIVO_OWN_HEAP
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto open_while_memory_goes = [] {
+    for (size_t first : {1u, 5u, 10u, 20u, 30u, 31u, 32u, 33u, 1000u, 1001u, 20001u}) {
+      const pid_t child = fork();
+      if (child == 0) {
+        char error[RADIUS_ERROR_MAX];
+        first_refused = first;
+        heap_fails = true;
+        const bool opened = radius_dictionary_open(nullptr, error, sizeof error) != nullptr;
+        _exit(opened || error[strlen(error) - 1] == ' ' ? 1 : 0);
+      }
+      int status = -1;
+      if (waitpid(child, &status, 0) != child || status != 0) _exit(1);
+    }
+    _exit(0);
+  };
+  EXPECT_EXIT(open_while_memory_goes(), testing::ExitedWithCode(0), "");
+#else
+  GTEST_SKIP() << "the sanitizers have a heap of their own";
+#endif
 }
 
 }  // namespace

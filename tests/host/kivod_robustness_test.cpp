@@ -1,5 +1,5 @@
 // A kivod that serves, when clients are many or mean it no good, and when what it was started with
-// goes away.
+// goes away; and one that is started with too few descriptors or too little memory.
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/prctl.h>
@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <functional>
@@ -188,6 +189,88 @@ TEST(KivodRobustness, GoesOnWithoutAReaderOfItsTraces) {
     alarm(0);
     if (is_full) close(ends[0]);
   }
+}
+
+TEST(KivodRobustness, GoesOnAfterAHangup) {
+  ServingKivod kivod("");
+  EXPECT_EQ(0, kill(kivod.pid(), SIGHUP));
+  EXPECT_TRUE(is_answered(client_who_asks(kivod.socket())));
+  EXPECT_EQ(0, kivod.stop(SIGTERM));
+}
+
+// How a kivod ended that had to do with so much: its exit status, 1000 when a signal ended it, and
+// what it wrote to standard error. One that serves is stopped.
+struct End {
+  int status;
+  std::string err;
+};
+
+End end_under_limit(int resource, rlim_t limit, std::vector<std::string> words) {
+  words.insert(words.begin(), KIVOD_PATH);
+  std::vector<char *> arguments;
+  for (std::string &word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  int out[2];
+  int err[2];
+  EXPECT_TRUE(pipe(out) == 0 && pipe(err) == 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(out[1], STDOUT_FILENO);
+    dup2(err[1], STDERR_FILENO);
+    for (int fd = 3; fd < 64; ++fd) close(fd);
+    const rlimit both = {limit, limit};
+    if (setrlimit(resource, &both) == 0) execv(KIVOD_PATH, arguments.data());
+    _exit(126);
+  }
+  close(out[1]);
+  close(err[1]);
+  char byte = 0;
+  if (read(out[0], &byte, 1) == 1) kill(child, SIGTERM);
+  End end;
+  while (read(err[0], &byte, 1) == 1) end.err.push_back(byte);
+  close(out[0]);
+  close(err[0]);
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  end.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000;
+  return end;
+}
+
+TEST(KivodRobustness, ServesOrSaysThatItHasTooFewDescriptors) {
+  const std::string socket = testing::TempDir() + "few." + std::to_string(getpid());
+  int n_served = 0;
+  for (rlim_t n = 6; n <= 24; ++n) {
+    const End end = end_under_limit(RLIMIT_NOFILE, n, {"--serve", "--socket", socket});
+    n_served += end.status == 0;
+    if (end.status == 0) continue;
+    EXPECT_NE(1000, end.status) << n;
+    EXPECT_EQ(1, std::ranges::count(end.err, '\n')) << n << ": " << end.err;
+  }
+  EXPECT_NE(0, n_served);
+  std::filesystem::remove(socket + ".lock");
+}
+
+TEST(KivodRobustness, EndsWithAnErrorWhenMemoryRunsOutInAReplay) {
+#ifndef KIVO_SANITIZED
+  const std::string log = KIVO_EXAMPLES_DIR "/accounting/accounting.log";
+  constexpr rlim_t kStep = 1 << 17;
+  rlim_t too_little = 0;
+  rlim_t enough = 1 << 30;  // to replay nothing
+  while (enough - too_little > kStep) {
+    const rlim_t limit = too_little + (enough - too_little) / 2;
+    const End end = end_under_limit(RLIMIT_AS, limit, {"--quiet", "--replay", "/dev/null"});
+    (end.status == 0 ? enough : too_little) = limit;
+  }
+  for (rlim_t more = 0; more < 8 * kStep; more += kStep) {
+    const End end = end_under_limit(RLIMIT_AS, enough + more, {"--quiet", "--replay", log});
+    EXPECT_EQ(1, end.status) << end.err;
+    EXPECT_TRUE(end.err.find("kivod: out of memory\n") != end.err.npos ||
+                end.err.find(" could not be applied\n") != end.err.npos)
+        << end.err;
+  }
+#else
+  GTEST_SKIP() << "the sanitizers take address space of their own";
+#endif
 }
 
 }  // namespace

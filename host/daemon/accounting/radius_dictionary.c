@@ -19,6 +19,8 @@
 
 #include <errno.h>
 #include <limits.h>
+#include <setjmp.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <string.h>
 #include <strings.h>
@@ -36,6 +38,7 @@ enum {
 };
 
 static const char kTimestampName[] = "Timestamp";
+static const char kNoMemory[] = "out of memory";
 
 struct radius_dictionary {
   void *pool;
@@ -106,6 +109,28 @@ static radius_status fail(radius_dictionary *d, radius_status status, const char
   return status;
 }
 
+static sigjmp_buf before_loading;
+
+static void give_up_loading(int number) { siglongjmp(before_loading, number); }
+
+/* NULL, or why not. Without memory the library mostly says so, in some places without a text. But
+ * in dict_addattr() it takes a name that its table had no memory for to be there already, looks it
+ * up, and follows the null pointer that it finds. */
+static const char *load_with_library(const char *directory) {
+  struct sigaction guard = {.sa_handler = give_up_loading};
+  struct sigaction usual;
+  sigaction(SIGSEGV, &guard, &usual);
+  const char *reason = NULL;
+  if (sigsetjmp(before_loading, 1) != 0) {
+    reason = kNoMemory;
+  } else if (dict_init(directory, "dictionary") < 0) {
+    reason = fr_strerror();
+    if (reason[strspn(reason, " ")] == '\0') reason = kNoMemory;
+  }
+  sigaction(SIGSEGV, &usual, NULL);
+  return reason;
+}
+
 /* NULL, or why the dictionaries of this directory cannot be used. A file that is missing is found
  * out before the library begins, since what it has half loaded is lost. */
 static const char *load_once(const char *directory) {
@@ -121,8 +146,10 @@ static const char *load_once(const char *directory) {
   fr_hostname_lookups = false;
   fr_dns_lookups = false;
   fr_strerror_printf(" "); /* has the library take its error buffer now rather than in a parse */
+  if (fr_strerror()[0] == '\0') return kNoMemory;
   load_state = kBroken;
-  if (dict_init(directory, "dictionary") < 0) return fr_strerror();
+  const char *reason = load_with_library(directory);
+  if (reason != NULL) return reason;
   load_state = kLoaded;
   memcpy(loaded_directory, directory, strlen(directory) + 1); /* shorter than `path` */
   return NULL;
@@ -137,7 +164,7 @@ radius_dictionary *radius_dictionary_open(const char *directory, char *error, si
     d = calloc(1, sizeof *d);
     if (d != NULL) d->pool = talloc_pool(NULL, kPoolSize);
     if (d != NULL && d->pool != NULL) return d;
-    reason = "out of memory";
+    reason = kNoMemory;
   }
   free(d);
   (void)snprintf(error, error_size, "cannot load the RADIUS dictionaries of %s: %s", directory,

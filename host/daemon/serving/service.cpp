@@ -5,8 +5,12 @@
 #include <unistd.h>
 #include <uv.h>
 
+#include <unistd.h>
+
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -27,6 +31,25 @@ using Server = std::unique_ptr<channel_server, decltype(&channel_server_close)>;
 
 constexpr int kStopSignals[] = {SIGTERM, SIGINT};
 
+// libuv ends the process by a signal where it lacks memory while it makes a loop. So it is ended
+// before; what is left of the socket gives way to the next start.
+void *there_or_end(void *block) {
+  if (block != nullptr) return block;
+  std::fputs("kivod: no event loop: out of memory\n", stderr);
+  std::_Exit(EXIT_FAILURE);
+}
+
+// libuv also does where a pipe of its own cannot be made, so all that it opens is opened once
+// before. 0, or one of its errors.
+int check_descriptors(int open_file) {
+  std::array<int, 8> files{};  // two pipes, and up to four files of the kernel's
+  size_t n_open = 0;
+  while (n_open < files.size() && (files[n_open] = dup(open_file)) >= 0) ++n_open;
+  const int result = n_open == files.size() ? 0 : uv_translate_sys_error(errno);
+  while (n_open > 0) close(files[--n_open]);
+  return result;
+}
+
 void on_stop(uv_signal_t *signal, int number) {
   host_trace(HostLevel::kNotice, HostMessage::kStopping, "stopping: signal %d", number);
   uv_stop(signal->loop);
@@ -45,7 +68,12 @@ class Loop {
 
   // 0 or one of libuv's errors.
   int prepare() {
-    int result = uv_loop_init(&loop_);
+    int result = uv_replace_allocator(
+        [](size_t size) { return there_or_end(std::malloc(size)); },
+        [](void *block, size_t size) { return there_or_end(std::realloc(block, size)); },
+        [](size_t n, size_t size) { return there_or_end(std::calloc(n, size)); }, std::free);
+    if (result == 0) result = check_descriptors(channel_server_fd(&server_));
+    if (result == 0) result = uv_loop_init(&loop_);
     made_ = result == 0;
     for (size_t i = 0; result == 0 && i < std::size(kStopSignals); ++i) {
       result = uv_signal_init(&loop_, &signals_[i]);
