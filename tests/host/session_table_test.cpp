@@ -5,17 +5,35 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host_trace.h"
 #include "kivo/records.h"
 #include "kivo/shadow_db.h"
 #include "log_events.h"
 #include "platform/attrdb.h"
 #include "sessions/session_database.h"
 #include "support/process.h"
+#include "support/trace_log.h"
+
+// Stand in for the platform's attribute lists and the library's label sets.
+static bool lists_fail = false;
+
+extern "C" uint32_t aaa_list_alloc(uint32_t *handle) noexcept {
+  static const auto real =
+      reinterpret_cast<decltype(&aaa_list_alloc)>(dlsym(RTLD_NEXT, "aaa_list_alloc"));
+  return lists_fail ? AAA_ERR_NO_MEMORY : real(handle);
+}
+
+extern "C" uint32_t kivo_index_list_create(kivo_index_list **list) noexcept {
+  static const auto real = reinterpret_cast<decltype(&kivo_index_list_create)>(
+      dlsym(RTLD_NEXT, "kivo_index_list_create"));
+  return lists_fail ? KIVO_INDEX_LIST_NO_MEMORY : real(list);
+}
 
 // Stands in for the attribute service's write, which the library calls for every stored value.
 static int writes_until_failure = 0;  // 0 is never
@@ -83,6 +101,19 @@ class Sessions : public testing::Test {
     while (const uint32_t label = kivo_index_list_next(list, &cursor)) labels.push_back(label);
     kivo_index_list_free(list);
     return labels;
+  }
+
+  // The Acct-Session-Ids of the live sessions in their order.
+  static std::string live() {
+    std::string ids;
+    attrdb_walk_all_records(
+        [](attrdb_record *record, void *text) {
+          *static_cast<std::string *>(text) += stored(record->label, AAA_ATTR_SESSION_ID);
+          return PLATFORM_OK;
+        },
+        &ids);
+    std::ranges::sort(ids);
+    return ids;
   }
 
   // The identities of a session's class, "subtype:bytes", the one written last first.
@@ -337,6 +368,92 @@ TEST_F(Sessions, OfManyServersWithOneIdAreToldApart) {
   EXPECT_EQ(Outcome::kStopped, apply(stop("1") + server(7)));
   EXPECT_EQ(Outcome::kUnknown, apply(stop("1") + server(7)));
   EXPECT_EQ(199u, attrdb_get_total_sessions());
+}
+
+TEST_F(Sessions, EndWithEitherNameOfTheirServerAndNeverWithAStranger) {
+  const std::string a = "\nNAS-IP-Address = 192.0.2.11";
+  const std::string b = "\nNAS-IP-Address = 192.0.2.12";
+  const std::string six = "\nNAS-IPv6-Address = 2001:db8::1";
+  const std::string i = "\nNAS-Identifier = i";
+  const std::string j = "\nNAS-Identifier = j";
+  const struct {
+    const char *name;
+    std::vector<std::string> records;
+    std::string server;  // that goes on or off
+    const char *live;    // afterwards
+  } table[] = {
+      {"identifier for address", {start("1") + a + i, start("2") + a, start("3") + b}, i, "3"},
+      {"address for identifier", {start("1") + i, stop("9") + a + i, start("2") + a}, a, ""},
+      {"both for both", {start("1") + i, start("2") + a}, a + i, ""},
+      {"both, of a neighbour", {start("1") + j, start("2") + b}, a + i, "12"},
+      {"identifier that came without address", {start("1") + i, start("2") + a}, i, "2"},
+      {"both addresses in one record", {start("1") + a + six + i}, i, ""},
+      {"one of two identifiers", {start("1") + a + i, start("2") + a + j, start("3") + i}, i, "12"},
+      {"one of two, with address", {start("1") + a + i, start("2") + a + j}, a + j, "1"},
+      {"one of two, with address, of unnamed", {stop("9") + a + i, start("1") + a}, a + j, "1"},
+      {"a second one only now", {start("1") + a + i, start("2") + j}, a + j, "12"},
+      {"address of two identifiers",
+       {start("1") + a + i, stop("9") + a + j, start("2") + i},
+       a,
+       "2"},
+      {"identifier of two addresses", {start("1") + a + i, start("2") + b + i}, i, "12"},
+      {"one of two addresses", {start("1") + a + i, start("2") + b + i, start("3") + i}, a, "23"},
+      {"one of two addresses, with identifier", {start("1") + a, start("2") + b + i}, b + i, "1"},
+      {"one of two kinds of address", {start("1") + a + i, start("2") + six + i}, i, "12"},
+  };
+  for (const auto &row : table) {
+    for (const char *status : {"Accounting-On", "Accounting-Off"}) {
+      kivo_test::reset_process();
+      kivod::SessionTable sessions(database());
+      for (const std::string &record : row.records) sessions.apply(events_.read(record));
+      EXPECT_EQ(Outcome::kServerEnded,
+                sessions.apply(events_.read("Acct-Status-Type = "s + status + row.server)));
+      EXPECT_EQ(row.live, live()) << row.name;
+    }
+  }
+}
+
+// What is used stays remembered; what was forgotten while it had sessions belongs to no other.
+TEST_F(Sessions, StayApartThoughTheNamesOfTheirServersWereForgotten) {
+  constexpr size_t kMost = 2 * kivod::ServerNames::kRemembered;
+  const std::string i = "\nNAS-Identifier = i";
+  const std::string used = "\nNAS-IP-Address = 192.0.2.13\nNAS-Identifier = used";
+  apply(start("1") + kServer);
+  apply(start("2") + i);
+  kivod::ServerNames names;
+  for (size_t n = 0; n <= kMost; ++n) {
+    if (n % 1000 == 0) apply(start("3") + used);
+    kivod::AccountingEvent event;
+    event.status = static_cast<uint64_t>(kivod::AcctStatus::kStop);
+    event.values.append(AAA_ATTR_ACCESS_SERVER_ID, "n" + std::to_string(n));
+    table_.apply(event);
+    names.learn(event.server_key(), "", [](const std::string &) { return false; });
+  }
+  EXPECT_LE(names.size(), kMost);
+  apply(stop("9") + kServer + "\nNAS-Identifier = j");
+  apply("Acct-Status-Type = Accounting-On\nNAS-Identifier = j");
+  apply("Acct-Status-Type = Accounting-On" + kOther + i);
+  EXPECT_EQ("123", live());
+  apply("Acct-Status-Type = Accounting-On\nNAS-Identifier = used");
+  EXPECT_EQ("12", live());
+}
+
+TEST_F(Sessions, SayThatThereIsNoMemoryForAList) {
+  const struct {
+    std::string lines;
+    const char *text;
+  } table[] = {
+      {start("1") + kServer, "make an attribute list: attribute service: out of memory"},
+      {"Acct-Status-Type = Accounting-Off" + kServer, "make a label set: out of memory"},
+  };
+  for (const auto &row : table) {
+    kivo_test::TraceLog trace;
+    lists_fail = true;
+    EXPECT_EQ(Outcome::kFailed, apply(row.lines));
+    lists_fail = false;
+    EXPECT_EQ(std::vector<std::string>{row.text},
+              trace.texts(static_cast<uint32_t>(kivod::HostLevel::kError)));
+  }
 }
 
 }  // namespace

@@ -191,6 +191,12 @@ void file_value(EventValues &values, const Mapping &mapping, std::string_view by
   }
 }
 
+// A value behind its type.
+std::string marked_value(const EventValues &values, uint32_t type) {
+  const EventValue *value = values.find(type);
+  return value == nullptr ? std::string() : static_cast<char>(type) + value->bytes;
+}
+
 // The attributes that the record in hand has shown, by their place in the table.
 using Seen = std::bitset<std::size(kMappings)>;
 
@@ -247,11 +253,16 @@ uint64_t AccountingEvent::time() const noexcept {
 }
 
 std::string AccountingEvent::server_key() const {
-  for (const uint32_t type : {AAA_ATTR_ACCESS_SERVER_ADDRESS, AAA_ATTR_ACCESS_SERVER_ID}) {
-    const EventValue *value = values.find(type);
-    if (value != nullptr) return static_cast<char>(type) + value->bytes;
-  }
-  return {};
+  std::string key = server_address();
+  return key.empty() ? server_identifier() : key;
+}
+
+std::string AccountingEvent::server_address() const {
+  return marked_value(values, AAA_ATTR_ACCESS_SERVER_ADDRESS);
+}
+
+std::string AccountingEvent::server_identifier() const {
+  return marked_value(values, AAA_ATTR_ACCESS_SERVER_ID);
 }
 
 void read_event(const DetailRecord &record, PairDecoder &decoder, AccountingEvent &event,

@@ -59,9 +59,15 @@ struct AccountingEvent {
   // When it happened at the access server: its own time, else when it was logged less the delay.
   [[nodiscard]] uint64_t time() const noexcept;
 
-  // What identifies the access server: its IPv4 or IPv6 address, else its identifier, marked so
-  // that the two are not taken for each other. Empty when the event names none.
+  // What identifies the access server: its address, else its identifier. Empty when the event names
+  // none.
   [[nodiscard]] std::string server_key() const;
+
+  // A name of the access server, marked so that an address and an identifier are not taken for each
+  // other; empty when the event does not give it. Of a server that names an IPv4 and an IPv6
+  // address the IPv4 address counts.
+  [[nodiscard]] std::string server_address() const;
+  [[nodiscard]] std::string server_identifier() const;
 };
 
 // What became of a record's pairs.

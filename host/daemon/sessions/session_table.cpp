@@ -131,9 +131,11 @@ std::array<char, 25> make_audit_session_id(const std::string &server, uint64_t c
 Outcome SessionTable::apply(const AccountingEvent &event) {
   Identity identity{event.server_key(), {}};
   if (!event.status || identity.server.empty()) return Outcome::kIncomplete;
+  server_names_.learn(event.server_address(), event.server_identifier(),
+                      [this](const std::string &name) { return has_sessions(name); });
   const auto status = static_cast<AcctStatus>(*event.status);
   if (status == AcctStatus::kAccountingOn || status == AcctStatus::kAccountingOff) {
-    return end_server(identity);
+    return end_server(event);
   }
   const bool is_update = status == AcctStatus::kStart || status == AcctStatus::kInterimUpdate;
   if (!is_update && status != AcctStatus::kStop) return Outcome::kIgnored;
@@ -238,23 +240,52 @@ Outcome SessionTable::stop(const Identity &identity) {
   return Outcome::kStopped;
 }
 
-Outcome SessionTable::end_server(const Identity &identity) {
+Outcome SessionTable::end_server(const AccountingEvent &event) {
+  const std::string address = event.server_address();
+  const std::string identifier = event.server_identifier();
+  bool ended = true;
+  if (!address.empty() && !identifier.empty() && server_names_.only_other(address) != identifier) {
+    // Others are behind the address.
+    ended = end_sessions(AAA_ATTR_ACCESS_SERVER_ID, Bytes(identifier).substr(1), address);
+  } else {
+    const std::string name = event.server_key();
+    const std::string second = server_names_.second_name(name);
+    ended = end_sessions(AAA_ATTR_ACCESS_SERVER_KEY, name, name) &&
+            (second.empty() || end_sessions(AAA_ATTR_ACCESS_SERVER_KEY, second, second));
+  }
+  return ended ? Outcome::kServerEnded : Outcome::kFailed;
+}
+
+// Ends the sessions that have a value and are filed under a server.
+bool SessionTable::end_sessions(uint32_t type, Bytes bytes, Bytes server) {
   LabelSet labels;
   uint32_t count = 0;
-  if (!labels ||
-      !check(kivo_match_labels_by_attr(db_, AAA_ATTR_ACCESS_SERVER_KEY, identity.server.data(),
-                                       static_cast<uint32_t>(identity.server.size()),
+  if (!check(labels ? PLATFORM_OK : KIVO_ERR_NO_MEMORY, "make a label set") ||
+      !check(kivo_match_labels_by_attr(db_, type, bytes.data(), static_cast<uint32_t>(bytes.size()),
                                        labels.address(), &count),
              "look up an access server's sessions")) {
-    return Outcome::kFailed;
+    return false;
   }
   uint32_t cursor = 0;
   while (const uint32_t label = kivo_index_list_next(labels.get(), &cursor)) {
     attrdb_record *record = nullptr;
-    if (!check(kivo_get_record(db_, label, &record), "fetch a session")) return Outcome::kFailed;
-    if (record != nullptr) remove_session(record);
+    if (!check(kivo_get_record(db_, label, &record), "fetch a session")) return false;
+    if (record != nullptr && stored_value(*record, AAA_ATTR_ACCESS_SERVER_KEY) == server) {
+      remove_session(record);
+    }
   }
-  return Outcome::kServerEnded;
+  return true;
+}
+
+// Whether a session is filed under an address or has an identifier. If in doubt, one does.
+bool SessionTable::has_sessions(const std::string &server_name) const {
+  const bool is_identifier = server_name[0] == static_cast<char>(AAA_ATTR_ACCESS_SERVER_ID);
+  const Bytes bytes = Bytes(server_name).substr(is_identifier ? 1 : 0);
+  uint32_t count = 0;
+  return attrdb_count_labels_by_attr(
+             is_identifier ? AAA_ATTR_ACCESS_SERVER_ID : AAA_ATTR_ACCESS_SERVER_KEY, bytes.data(),
+             static_cast<uint32_t>(bytes.size()), &count) != PLATFORM_OK ||
+         count != 0;
 }
 
 }  // namespace kivod

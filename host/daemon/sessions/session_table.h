@@ -1,8 +1,8 @@
 // Applies accounting events to the database: sessions begin, change and end. Keeps no table of its
 // own: a session is found by its identity (access server and Acct-Session-Id) through the library,
 // by one indexed attribute that holds both, since servers that count their sessions use the same
-// ids. Invariant: a record of the database has its session key and its access server's key, for
-// good. Threads: none.
+// ids. Invariant: a record of the database
+// has its session key and its access server's key, for good. Threads: none.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +13,7 @@
 #include "interface_table.h"
 #include "kivo/database.h"
 #include "platform/attrdb.h"
+#include "server_names.h"
 
 namespace kivod {
 
@@ -31,10 +32,15 @@ inline constexpr size_t kOutcomes = 8;
 class SessionTable {
  public:
   // db  the daemon's database; outlives the table.
-  explicit SessionTable(kivo_db *db) noexcept : db_(db) {}
+  // Throws std::system_error when the system has no random numbers.
+  explicit SessionTable(kivo_db *db) : db_(db) {}
 
-  // Applies one event. Without memory a session may be left with some of its values; one that could
-  // not be given its identity is deleted again. Throws std::bad_alloc.
+  // Applies one event. Accounting-on and -off end
+  // what is filed under a name that they give, or under the same server's other name
+  // (server_names.h). Behind an address that came with several identifiers one that gives an
+  // identifier too ends the sessions that have it. Without memory a session may be left with some
+  // of its values; one that could not be given its identity is deleted again. Throws
+  // std::bad_alloc.
   Outcome apply(const AccountingEvent &event);
 
  private:
@@ -48,7 +54,9 @@ class SessionTable {
   std::optional<attrdb_record *> find(const Identity &identity);
   Outcome start_or_update(const AccountingEvent &event, const Identity &identity);
   Outcome stop(const Identity &identity);
-  Outcome end_server(const Identity &identity);
+  Outcome end_server(const AccountingEvent &event);
+  bool end_sessions(uint32_t type, std::string_view bytes, std::string_view server);
+  bool has_sessions(const std::string &server_name) const;
   bool write(const AccountingEvent &event, const Identity &identity, attrdb_record *record,
              bool is_new);
   void remove_session(attrdb_record *record);
@@ -56,6 +64,7 @@ class SessionTable {
 
   kivo_db *db_;
   InterfaceTable interfaces_;
+  ServerNames server_names_;
   uint32_t last_label_ = 0;
   uint64_t last_audit_id_ = 0;
 };
