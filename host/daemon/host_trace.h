@@ -20,6 +20,7 @@ enum class HostMessage : uint32_t {
   kBadValue = 1011,
   kSkippedRecord = 1012,
   kSessionFailed = 1013,
+  kSessionRefused = 1014,
   kServing = 1020,
   kStopping = 1021,
   kDeaf = 1022,

@@ -42,9 +42,9 @@ void print_summary(const ReplayCounts &counts) {
               of(Outcome::kStarted), of(Outcome::kUpdated), of(Outcome::kStopped),
               of(Outcome::kServerEnded));
   std::printf("  stops of unknown sessions %" PRIu64 ", incomplete %" PRIu64 ", other %" PRIu64
-              ", failed %" PRIu64 "\n",
+              ", failed %" PRIu64 ", refused %" PRIu64 "\n",
               of(Outcome::kUnknown), of(Outcome::kIncomplete), of(Outcome::kIgnored),
-              of(Outcome::kFailed));
+              of(Outcome::kFailed), of(Outcome::kRefused));
   std::printf("  damaged records %" PRIu64 ", unknown attributes %" PRIu64 ", bad values %" PRIu64
               "\n",
               counts.damaged, counts.pairs.unknown, counts.pairs.bad);
@@ -112,7 +112,7 @@ int run(const Options &options) {
     complain(error);
     return kFailed;
   }
-  SessionTable sessions(db);
+  SessionTable sessions(db, options.limits);
   Replay replay(*decoder, sessions);
   int status = 0;
   for (const std::string &path : options.replay) {

@@ -81,6 +81,14 @@ std::optional<Options> parse_options(int argc, char **argv, int &exit_status) {
   app.add_flag("--counts", options.counts, "Count the sessions in each index");
   app.add_flag("--records", options.records, "Show every session in full");
   app.add_flag("--quiet", options.quiet, "Print no summary of the replay");
+  app.add_option("--max-sessions", options.limits.in_all,
+                 "Begin no session while this many are live")
+      ->type_name("N")
+      ->check(CLI::Range(uint32_t{1}, UINT32_MAX).description(""));
+  app.add_option("--max-sessions-per-server", options.limits.of_a_server,
+                 "Begin no session while its access server has as many")
+      ->type_name("N")
+      ->check(CLI::Range(uint32_t{1}, UINT32_MAX).description(""));
   auto *serve = app.add_flag("--serve", options.serve,
                              "Then answer kivosh until SIGTERM or SIGINT; also\nwithout a log");
   app.add_option("--socket", options.socket,

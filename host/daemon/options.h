@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "conditions.h"
+#include "sessions/session_table.h"
 #include "text/socket_path.h"
 
 namespace kivod {
@@ -23,6 +24,7 @@ struct Options {
   bool records = false;
   std::vector<AttrCondition> match;  // empty: not asked for
   bool quiet = false;
+  SessionLimits limits;
   bool serve = false;
   std::string socket = host_text::kDefaultSocketPath;
   std::optional<std::string> group;  // whose members may ask

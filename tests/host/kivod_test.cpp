@@ -110,6 +110,15 @@ TEST_F(Kivod, CountsWhatTheDayHolds) {
   EXPECT_EQ(0u, number_after(ended.out, "bad values "));
 }
 
+TEST_F(Kivod, BeginsNoSessionAboveItsCeilings) {
+  for (const char *option : {"--max-sessions", "--max-sessions-per-server"}) {
+    const Ended ended = kivod({"--replay", kDamaged, option, "1"});
+    EXPECT_EQ(0, ended.status) << ended.err;
+    EXPECT_EQ(4u, number_after(ended.out, "refused ")) << option;  // three starts and an update
+    EXPECT_EQ(1u, number_after(ended.out, "Live sessions: ")) << option;
+  }
+}
+
 TEST_F(Kivod, LosesNothingToWhatLogsSufferOnTheirWay) {
   const std::string day = text_of(kDay);
   std::string dos;
@@ -235,6 +244,8 @@ TEST_F(Kivod, SaysByItsExitStatusWhatWentWrong) {
       {1, {"--serve", "--socket", "/nonexistent/s"}, "/nonexistent/s: No such file or directory"},
       {1, {"--serve", "--socket", kDay, "--group", "no such"}, "there is no such group"},
       {2, {"--replay"}, "--replay: 1 required FILE missing"},
+      {2, {"--serve", "--max-sessions", "0"}, "--max-sessions: "},
+      {2, {"--serve", "--max-sessions-per-server", "1x"}, "--max-sessions-per-server: "},
       {2, {"--replay", kDay, "--frobnicate"}, "--frobnicate"},
       {2, {"--replay", kDay, "--mac", "00:00:5e"}, "'00:00:5e' is no MAC address"},
       {2, {"--replay", kDay, "--ipv4", "192.0.2"}, "'192.0.2' is no IPv4 address"},

@@ -438,6 +438,27 @@ TEST_F(Sessions, StayApartThoughTheNamesOfTheirServersWereForgotten) {
   EXPECT_EQ("12", live());
 }
 
+TEST_F(Sessions, BeginOnlyWhileThereIsRoom) {
+  const struct {
+    Outcome outcome;
+    std::string lines;
+  } table[] = {
+      {Outcome::kStarted, start("1") + kServer}, {Outcome::kStarted, interim("2") + kServer},
+      {Outcome::kRefused, start("3") + kServer}, {Outcome::kRefused, interim("3") + kServer},
+      {Outcome::kUpdated, start("1") + kServer}, {Outcome::kUpdated, interim("2") + kServer},
+      {Outcome::kStarted, start("1") + kOther},  {Outcome::kRefused, start("2") + kOther},
+      {Outcome::kUnknown, stop("3") + kServer},  {Outcome::kStopped, stop("2") + kServer},
+      {Outcome::kStarted, start("3") + kServer},
+  };
+  kivo_test::TraceLog trace;
+  kivod::SessionTable sessions(database(), {.in_all = 3, .of_a_server = 2});
+  for (const auto &row : table) EXPECT_EQ(row.outcome, sessions.apply(events_.read(row.lines)));
+  EXPECT_EQ((std::vector{"session refused: as many are live of its access server as may be"s,
+                         "session refused: as many are live of its access server as may be"s,
+                         "session refused: as many are live as may be"s}),
+            trace.texts(static_cast<uint32_t>(kivod::HostLevel::kNotice)));
+}
+
 TEST_F(Sessions, SayThatThereIsNoMemoryForAList) {
   const struct {
     std::string lines;

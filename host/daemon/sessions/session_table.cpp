@@ -175,6 +175,7 @@ Outcome SessionTable::start_or_update(const AccountingEvent &event, const Identi
   if (*known != nullptr) {
     return write(event, identity, *known, false) ? Outcome::kUpdated : Outcome::kFailed;
   }
+  if (!has_room_for(identity)) return Outcome::kRefused;
   attrdb_record *record = nullptr;
   const uint32_t label = unused_label();
   if (!check(kivo_create_record(db_, label, nullptr), "create a session") ||
@@ -286,6 +287,21 @@ bool SessionTable::has_sessions(const std::string &server_name) const {
              is_identifier ? AAA_ATTR_ACCESS_SERVER_ID : AAA_ATTR_ACCESS_SERVER_KEY, bytes.data(),
              static_cast<uint32_t>(bytes.size()), &count) != PLATFORM_OK ||
          count != 0;
+}
+
+bool SessionTable::has_room_for(const Identity &identity) const {
+  uint32_t n_of_server = 0;
+  if (limits_.of_a_server != UINT32_MAX) {
+    check(attrdb_count_labels_by_attr(AAA_ATTR_ACCESS_SERVER_KEY, identity.server.data(),
+                                      static_cast<uint32_t>(identity.server.size()), &n_of_server),
+          "count an access server's sessions");
+  }
+  const bool is_full = attrdb_get_total_sessions() >= limits_.in_all;
+  if (!is_full && n_of_server < limits_.of_a_server) return true;
+  host_trace(HostLevel::kNotice, HostMessage::kSessionRefused,
+             "session refused: as many are live%s as may be",
+             is_full ? "" : " of its access server");
+  return false;
 }
 
 }  // namespace kivod

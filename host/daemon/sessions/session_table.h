@@ -1,7 +1,7 @@
 // Applies accounting events to the database: sessions begin, change and end. Keeps no table of its
 // own: a session is found by its identity (access server and Acct-Session-Id) through the library,
 // by one indexed attribute that holds both, since servers that count their sessions use the same
-// ids. Invariant: a record of the database
+// ids; how many an access server has is counted by the store. Invariant: a record of the database
 // has its session key and its access server's key, for good. Threads: none.
 #pragma once
 
@@ -23,19 +23,26 @@ enum class Outcome : uint8_t {
   kStopped,      // a known one ended
   kUnknown,      // a stop for a session that was not known
   kServerEnded,  // all sessions of an access server ended
+  kRefused,      // a session that was not known, and as many are live as may be
   kIncomplete,   // no status, no access server or no session id
   kIgnored,      // a status that says nothing about sessions
   kFailed,       // the library refused; traced
 };
-inline constexpr size_t kOutcomes = 8;
+inline constexpr size_t kOutcomes = 9;
+
+// How many sessions may be live, in all and of one access server.
+struct SessionLimits {
+  uint32_t in_all = UINT32_MAX;
+  uint32_t of_a_server = UINT32_MAX;
+};
 
 class SessionTable {
  public:
   // db  the daemon's database; outlives the table.
   // Throws std::system_error when the system has no random numbers.
-  explicit SessionTable(kivo_db *db) : db_(db) {}
+  explicit SessionTable(kivo_db *db, SessionLimits limits = {}) : db_(db), limits_(limits) {}
 
-  // Applies one event. Accounting-on and -off end
+  // Applies one event. Known sessions are updated however many are live. Accounting-on and -off end
   // what is filed under a name that they give, or under the same server's other name
   // (server_names.h). Behind an address that came with several identifiers one that gives an
   // identifier too ends the sessions that have it. Without memory a session may be left with some
@@ -57,12 +64,14 @@ class SessionTable {
   Outcome end_server(const AccountingEvent &event);
   bool end_sessions(uint32_t type, std::string_view bytes, std::string_view server);
   bool has_sessions(const std::string &server_name) const;
+  bool has_room_for(const Identity &identity) const;
   bool write(const AccountingEvent &event, const Identity &identity, attrdb_record *record,
              bool is_new);
   void remove_session(attrdb_record *record);
   uint32_t unused_label();
 
   kivo_db *db_;
+  SessionLimits limits_;
   InterfaceTable interfaces_;
   ServerNames server_names_;
   uint32_t last_label_ = 0;
