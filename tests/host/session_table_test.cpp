@@ -357,19 +357,6 @@ TEST_F(Sessions, AreFoundAgainOrNotThereWhicheverWriteFails) {
   EXPECT_EQ(12, failures);  // four named, their domain, and seven that the daemon adds
 }
 
-// Servers that count their sessions use the same ids: each has its own session under one.
-TEST_F(Sessions, OfManyServersWithOneIdAreToldApart) {
-  const auto server = [](int i) { return "\nNAS-IP-Address = 198.51.100." + std::to_string(i); };
-  for (int i = 1; i <= 200; ++i)
-    EXPECT_EQ(Outcome::kStarted, apply(start("1") + server(i) + kTime));
-  for (int i = 1; i <= 200; ++i) {
-    EXPECT_EQ(Outcome::kUpdated, apply(interim("1") + server(i) + kTime)) << i;
-  }
-  EXPECT_EQ(Outcome::kStopped, apply(stop("1") + server(7)));
-  EXPECT_EQ(Outcome::kUnknown, apply(stop("1") + server(7)));
-  EXPECT_EQ(199u, attrdb_get_total_sessions());
-}
-
 TEST_F(Sessions, EndWithEitherNameOfTheirServerAndNeverWithAStranger) {
   const std::string a = "\nNAS-IP-Address = 192.0.2.11";
   const std::string b = "\nNAS-IP-Address = 192.0.2.12";
