@@ -22,6 +22,16 @@ double median(Values values) {
   return values.size() % 2 != 0 ? values[half] : (values[half - 1] + values[half]) / 2;
 }
 
+// Why the run failed; null when it did not. The fields have other names from 1.8 of the library on.
+template <typename Run>
+const std::string *failure(const Run &run) {
+  if constexpr (requires { run.error_occurred; }) {
+    return run.error_occurred ? &run.error_message : nullptr;
+  } else {
+    return run.skipped ? &run.skip_message : nullptr;
+  }
+}
+
 class Collector final : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context &) override { return true; }
@@ -29,8 +39,8 @@ class Collector final : public benchmark::BenchmarkReporter {
   void ReportRuns(const std::vector<Run> &runs) override {
     for (const Run &run : runs) {
       if (run.run_type != Run::RT_Iteration) continue;
-      if (run.error_occurred) {
-        std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
+      if (const std::string *reason = failure(run); reason != nullptr) {
+        std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), reason->c_str());
         failed_ = true;
         continue;
       }

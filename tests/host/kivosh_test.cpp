@@ -118,7 +118,7 @@ TEST_F(Kivosh, PrintsOneJsonDocument) {
   EXPECT_EQ(255, found["records"]);
   EXPECT_EQ(21, found["attr_number"]);
   EXPECT_EQ("ATTR_DB", found["database"]);
-  EXPECT_EQ(kIpv4, found["ipv4"]);
+  EXPECT_EQ(json(kIpv4), found["ipv4"]);
   EXPECT_EQ(1, found["found"]);
   ASSERT_EQ(21u, found["filter_info"].size());
   const json entry = {{"attr_names", 2},
@@ -221,7 +221,7 @@ TEST_F(Kivosh, AsksForAValueAsItWasGiven) {
     EXPECT_EQ(1, ended.status) << ended.err;
     const auto reply = nlohmann::json::parse(ended.out, nullptr, false);
     ASSERT_TRUE(reply.is_object()) << row.value << ended.err;
-    EXPECT_EQ(row.value, reply["sess_id"]);
+    EXPECT_EQ(nlohmann::json(row.value), reply["sess_id"]);
   }
 }
 
