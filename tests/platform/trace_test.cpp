@@ -22,19 +22,29 @@
 #include "platform/status.h"
 #include "support/failing_new.h"
 
-// Stands in for the C library's: what would go to the system's log is kept here.
+// Stand in for the C library's two, of which the compiler's options choose one: what would go to
+// the system's log is kept here.
 static std::string g_syslog;
 static int g_syslog_priority = -1;
 static size_t g_syslog_lines = 0;
-extern "C" void syslog(int priority, const char *fmt, ...) {
+static void keep_syslog(int priority, const char *fmt, va_list args) {
   char text[4096];
-  va_list args;
-  va_start(args, fmt);
   vsnprintf(text, sizeof text, fmt, args);
-  va_end(args);
   g_syslog = text;
   g_syslog_priority = priority;
   ++g_syslog_lines;
+}
+extern "C" void syslog(int priority, const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  keep_syslog(priority, fmt, args);
+  va_end(args);
+}
+extern "C" void __syslog_chk(int priority, int, const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  keep_syslog(priority, fmt, args);
+  va_end(args);
 }
 
 // The records' clock, when it is set, and what a system may not have or permit.
