@@ -17,3 +17,11 @@ file(RELATIVE_PATH kivo_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIB
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 set(CMAKE_INSTALL_RPATH $ORIGIN/${kivo_bin_to_lib})
 set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+
+# For hosts: a prefix may be moved after it was installed.
+file(RELATIVE_PATH kivo_pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" kivo_pc_to_prefix ${kivo_pc_to_prefix})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/kivo.pc.in ${CMAKE_BINARY_DIR}/kivo.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/kivo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(DIRECTORY include/kivo platform/include/platform
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN *.h)

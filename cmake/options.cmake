@@ -43,6 +43,7 @@ function(kivo_library target map)
   if(NOT KIVO_SANITIZE)
     target_link_options(${target} PRIVATE LINKER:-z,defs)
   endif()
+  install(TARGETS ${target})
 endfunction()
 
 # kivo_c_program(TARGET): a program in C that links our libraries. The sanitizers' run-time of clang
