@@ -21,6 +21,8 @@ bool reports_one_address = false;
 size_t largest_zalloc = 0;
 chunk_pool *label_block_pool = nullptr;
 hash_table *label_table = nullptr;
+hash_table_hash label_hash = nullptr;
+hash_table_compare label_compare = nullptr;
 variable_chunk_name_to_id shadow_class_tag = nullptr;
 
 void arm_fault(const std::string &operation, uint32_t nth, uint32_t status) {

@@ -37,6 +37,8 @@ extern size_t largest_zalloc;
 // shadow values its classes' tags.
 extern chunk_pool *label_block_pool;
 extern hash_table *label_table;
+extern hash_table_hash label_hash;
+extern hash_table_compare label_compare;
 extern variable_chunk_name_to_id shadow_class_tag;
 
 }  // namespace kivo_test
