@@ -1,171 +1,125 @@
-// What the fault tests start from, made anew for every row: two databases, whose configurations and
-// registrations replace the last ones, and one session with attributes and an external identity.
-// Also what is alive in the process: a fault that leaks shows there once the next World stands.
+// What rows start from, made anew for each: two databases, thirteen sessions called ann of which
+// nine have an address, one with everything; and what of all that has changed since, in words.
+// Also the rows themselves: a call, what fails in it, and its outcome; see world.cpp.
 #pragma once
 
-#include <cstring>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
+#include <gtest/gtest.h>
 
-#include "platform/named_alloc.h"
+#include <functional>
+#include <span>
+#include <string>
+
 #include "support/console_capture.h"
-#include "support/faults.h"
 #include "support/process.h"
 
 namespace kivo_test {
 
-constexpr uint32_t kSession = 7;    // the label of the session
-constexpr uint32_t kNoSession = 8;  // a label without a record
+constexpr uint32_t kSession = 7;  // the label of the session that has everything
+constexpr uint32_t kNobody = 8;   // a label without a record
+constexpr uint32_t kUser = 1, kAddress = 8, kEthernet = 9, kAddresses = 10, kId = 11, kStart = 12;
+constexpr uint32_t kDevice = 1126;
 constexpr const char *kAuditId = "0a0b0c0d0000000112345678";
-constexpr uint32_t kAddress = 0x010200c0;  // 192.0.2.1 as it lies in memory
-
-// "type/action" of every callback of the first database, in order.
-inline std::string notified;
-
-inline void note_change(kivo_db *, uint32_t, uint32_t, const kivo_attr_value *value,
-                        const kivo_attr_value *, uint32_t action, platform_queue *) {
-  notified += std::to_string(value->aaa_type) + "/" + std::to_string(action) + " ";
-}
+inline const std::string kHome{"\xc0\x00\x02\x01", 4};  // 192.0.2.1
+inline const std::string kAway{"\xc0\x00\x02\x02", 4};
 
 // An external identity's value: its subtype, then text.
-inline std::string identity(uint16_t subtype, const std::string &text) {
-  return std::string(reinterpret_cast<const char *>(&subtype), sizeof(subtype)) + text;
-}
-
-// A label set of these labels.
-class LabelSet {
- public:
-  explicit LabelSet(const std::vector<uint32_t> &labels) {
-    if (kivo_index_list_create(&list) != KIVO_INDEX_LIST_OK) return;
-    kivo_index_list_add_many(&list, labels.data(), static_cast<uint32_t>(labels.size()));
-  }
-  ~LabelSet() { kivo_index_list_free(list); }
-  LabelSet(const LabelSet &) = delete;
-  LabelSet &operator=(const LabelSet &) = delete;
-
-  [[nodiscard]] std::vector<uint32_t> labels() const {
-    std::vector<uint32_t> found;
-    uint32_t cursor = 0;
-    while (const uint32_t label = kivo_index_list_next(list, &cursor)) found.push_back(label);
-    return found;
-  }
-
-  kivo_index_list *list = nullptr;
-};
-
-// The labels 1 to n.
-inline std::vector<uint32_t> first_labels(uint32_t n) {
-  std::vector<uint32_t> labels;
-  for (uint32_t label = 1; label <= n; ++label) labels.push_back(label);
-  return labels;
-}
+std::string identity(uint16_t subtype, const std::string &text);
 
 class World {
  public:
-  World() {
-    reset_process();
-    notified.clear();
-    db = create_database(1,
-                         {{AAA_ATTR_USER_NAME, 0, KIVO_DATA_TYPE_VAR_STR},       // slot 0
-                          {AAA_ATTR_IPV4_ADDRESS, 1, KIVO_DATA_TYPE_IPV4_ADDR},  // slot 1
-                          {AAA_ATTR_SESSION_ID, 6, KIVO_DATA_TYPE_VAR_STR},      // slot 2
-                          {AAA_ATTR_EXT_DEVICE, 6, KIVO_DATA_TYPE_VAR_BIN},      // slot 3
-                          {AAA_ATTR_START_TIME, 6, KIVO_DATA_TYPE_INT64}},       // slot 4
-                         note_change);
-    create_database(2, {{AAA_ATTR_USER_NAME, 0, KIVO_DATA_TYPE_VAR_STR}}, nullptr, nullptr,
-                    "OTHER");
-    static void *handles[4][1];
-    uint32_t i = 0;
-    for (uint32_t type :
-         {AAA_ATTR_USER_NAME, AAA_ATTR_IPV4_ADDRESS, AAA_ATTR_SESSION_ID, AAA_ATTR_EXT_DEVICE}) {
-      kivo_register_attr_change_notification(db, type, KIVO_ACTION_ADD_OR_UPDATE, handles[i++]);
-    }
-    kivo_create_record(db, kSession, nullptr);
-    record = find_record(kSession);
-    shadow = auth_mgr_idc_get_shadow_record_in_ctxt(record->ctxt);
-    fresh_shadow = shadowdb_alloc_record(9);
-    write(AAA_ATTR_USER_NAME, "ann");
-    write(AAA_ATTR_AUDIT_SESSION_ID, kAuditId);
-    write_identity(5, "x");
-    old_table = db->accel_tbl;
-  }
-  ~World() { shadowdb_destroy_record(fresh_shadow); }
+  World();
+  ~World();
   World(const World &) = delete;
   World &operator=(const World &) = delete;
 
-  // Straight into the record: nobody is told.
-  void write(uint32_t type, const std::string &value) {
-    auth_mgr_idc_add_or_update_attr(record->ctxt, type, value.data(),
-                                    static_cast<uint32_t>(value.size()), nullptr);
-  }
-  uint32_t write_identity(uint16_t subtype, const std::string &text, uint32_t *changed = nullptr) {
-    const std::string value = identity(subtype, text);
-    uint32_t ignored = 0;
-    return shadowdb_add_or_update_attr(shadow, 2, AAA_ATTR_EXT_DEVICE, value.data(),
-                                       static_cast<uint32_t>(value.size()),
-                                       changed != nullptr ? changed : &ignored);
-  }
+  // What is not as at first: values as "1=bob", identities, who heard of it ("heard:1/1,8/2": type
+  // and action), what was put into said, what the console shows ("console:").
+  std::string changes();
+  void begin_anew();  // changes() tells what comes from here on
 
-  // The session's stored value as text, and its identities by subtype.
-  static std::string stored(uint32_t type) {
-    const std::vector<uint8_t> bytes = stored_bytes(kSession, type);
-    return {bytes.begin(), bytes.end()};
-  }
-  static bool holds(uint32_t type) {
-    const void *value = nullptr;
-    uint32_t size = 0;
-    uint32_t count = 0;
-    auth_mgr_idc_get_attr(find_record(kSession)->ctxt, type, &value, &size, &count);
-    return count != 0;
-  }
-  [[nodiscard]] std::map<int, std::string> identities() const {
-    std::map<int, std::string> found;
-    for (auto *entry = shadow->attr_lists[2]; entry != nullptr; entry = entry->next) {
-      found[entry->subtype].assign(reinterpret_cast<char *>(entry->value) + 2, entry->length - 2u);
-    }
-    return found;
-  }
+  // Straight into the first session's record, or another's: nobody is told.
+  void put(uint32_t type, const std::string &value, uint32_t label = kSession);
+  void put_identity(uint16_t subtype, const std::string &text);
+  uint32_t say(const std::string &what, uint32_t status = 0);
 
-  // The values of a type in `list`, one behind the other.
-  [[nodiscard]] std::string listed(uint32_t type) const {
-    std::string values;
-    aaa_cursor *cursor = nullptr;
-    aaa_cursor_alloc(&cursor, list.handle());
-    for (uint32_t at = 0; aaa_cursor_get_next(cursor, &at) == 0 && at != 0;) {
-      const void *value = nullptr;
-      uint32_t size = 0;
-      aaa_cursor_get_value(cursor, &size, &value);
-      if (at == type) values.append(static_cast<const char *>(value), size);
-    }
-    aaa_cursor_free(cursor);
-    return values;
+  // Operations with outputs, which are said, also when they are left alone ("-").
+  uint32_t recreate(uint32_t client, const char *name, const char *owner,
+                    std::initializer_list<kivo_attr_config> rows, uint32_t flags = 1);
+  uint32_t entry(uint32_t type, kivo_db *of);
+  uint32_t record_by(const std::function<uint32_t(attrdb_record **)> &call);
+  uint32_t fetch(kivo_db *of, uint32_t label) {
+    return record_by([=](auto **out) { return kivo_get_record(of, label, out); });
   }
+  uint32_t record_of(kivo_db *of, const char *name) {
+    return record_by(
+        [=](auto **out) { return kivo_match_record_by_attr(of, kUser, name, 3, out); });
+  }
+  uint32_t labels(kivo_db *of, const char *name);
+  uint32_t label(const char *name);
+  uint32_t merge(attrdb_record *from);
+  uint32_t update(kivo_db *of, uint32_t label, uint32_t type, const std::string &value);
+  uint32_t read(kivo_db *of, uint32_t label, uint32_t type);
+  uint32_t read_from(attrdb_record *from, uint32_t type);
+  uint32_t identity_write(shadowdb_rec *to, uint32_t index, const std::string *value);
+  uint32_t start(kivo_db *of);
+  uint32_t add(uint32_t type);  // the value that the first session has; "x" where it has none
+  // Any call that hands out a label set and counts it.
+  uint32_t list_of(const std::function<uint32_t(kivo_index_list **, uint32_t *)> &call);
+  uint32_t intersect(const kivo_index_list *a, const kivo_index_list *b) {
+    return list_of([=](auto **out, uint32_t *n) {
+      const uint32_t status = kivo_index_list_intersection(a, b, out);
+      if (kivo_index_list_size(*out, n) != 0) *n = 0;
+      return status;
+    });
+  }
+  uint32_t take() {
+    return list_of(
+        [&](auto **out, uint32_t *n) { return kivo_get_matches_for_query(&query, out, n); });
+  }
+  uint32_t match(kivo_db *of, uint32_t attrs) {
+    return list_of(
+        [=](auto **out, uint32_t *n) { return kivo_match_sessions_from_list(of, attrs, out, n); });
+  }
+  uint32_t all(kivo_db *of) {
+    return list_of([=](auto **out, uint32_t *n) { return kivo_get_session_list(of, out, n); });
+  }
+  uint32_t show(uint32_t command, const void *filter = nullptr);
 
   kivo_db *db = nullptr;
   attrdb_record *record = nullptr;
-  shadowdb_rec *shadow = nullptr;        // of the session
-  shadowdb_rec *fresh_shadow = nullptr;  // of nobody; nothing was ever written to it
-  kivo_accel_entry *old_table = nullptr;
-  AttrList list;  // empty
-  LabelSet none{{}};
-  LabelSet twelve{first_labels(12)};
-  LabelSet thirteen{first_labels(13)};
-  ConsoleCapture console;
+  shadowdb_rec *shadow = nullptr;  // of the first session
+  shadowdb_rec *fresh = nullptr;   // of nobody; nothing was ever written to it
+  AttrList list;                   // user bob, session id s-2, address away
+  AttrList ids;                    // user bob, device identity 6y, address away
+  AttrList none;
+  kivo_index_list *nothing = nullptr, *twelve = nullptr, *thirteen = nullptr;  // labels from 1 on
+  kivo_maqi query = {};
+
+ private:
+  std::string state();
+
+  ConsoleCapture console_;
+  std::string first_;
+  std::string said_;
 };
 
-// What is alive in the process, by kind.
-inline std::map<std::string, uint64_t> live_things() {
-  return {{"blocks", named_live_blocks()},
-          {"bytes", named_live_bytes()},
-          {"shadow values", variable_chunk_live_blocks(shadow_attr_chunk)},
-          {"label blocks", chunk_live_blocks(label_block_pool)},
-          {"hashed labels", htItems(label_table)},
-          {"lists", aaa_live_lists()},
-          {"cursors", aaa_live_cursors()},
-          {"contexts", auth_mgr_idc_live_ctxts()},
-          {"records", attrdb_get_total_sessions()}};
-}
+struct Row {
+  const char *text;  // of the call
+  std::function<uint32_t(World &)> call;
+  // "operation", "operation#3" (the third call of it), "operation=beef" (with that status), several
+  // behind each other; "!operation" must not be reached.
+  const char *faults;
+  const char *outcome;                            // "status: traces", see TraceWords
+  std::string changes = {};                       // see World
+  const char *may = nullptr;                      // swept; the statuses that a fault may give
+  std::function<void(World &)> before = nullptr;  // what it does is no change
+};
+#define CALL(...) #__VA_ARGS__, [](World & w) -> uint32_t { return (void)w, __VA_ARGS__; }
+
+// Runs every row in a world of its own: status, traces and changes are as said, and nothing leaks.
+// Rows that may be swept are run again with the first, second, ... platform call failing: the
+// status is one that may be, nothing leaks, what has changed is part of what changes without a
+// fault (unless "*" is among the statuses), and the same call again then does the rest.
+void run_rows(std::span<const Row> rows);
 
 }  // namespace kivo_test

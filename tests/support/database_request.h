@@ -16,12 +16,6 @@ namespace kivo_test {
 using Lines = std::vector<std::string>;
 using Client = std::unique_ptr<channel_client, decltype(&channel_client_close)>;
 
-constexpr char kAuditId[] = "0A0000010000002A5F3C9B7E";
-constexpr char kMac[] = "\x02\x11\x22\x33\x44\x55";
-constexpr char kIpv4[] = "\xc0\x00\x02\x07";  // 192.0.2.7
-constexpr uint32_t kIpv4Word = 0x070200c0;    // as it lies in memory
-constexpr uint32_t kSession = 5;
-
 // A filter that is given is present in the request.
 struct Ask {
   bool attr_info = false;
@@ -30,18 +24,6 @@ struct Ask {
   std::optional<std::string> mac = {};  // of 6 bytes; any other is asked for, and not sent
   std::optional<uint32_t> ipv4 = {};
 };
-
-// The one session of these tests, known by each of the three keys.
-inline void create_session() {
-  const auto store = [](uint32_t type, const char *value, uint32_t size) {
-    EXPECT_EQ(0u, auth_mgr_idc_add_or_update_attr(find_record(kSession)->ctxt, type, value, size,
-                                                  nullptr));
-  };
-  ASSERT_EQ(0u, kivo_create_record(nullptr, kSession, nullptr));
-  store(AAA_ATTR_AUDIT_SESSION_ID, kAuditId, 24);
-  store(AAA_ATTR_MAC_ADDRESS, kMac, 6);
-  store(AAA_ATTR_IPV4_ADDRESS, kIpv4, 4);
-}
 
 inline uint32_t send_request(const Client &client, const Ask &ask) {
   show_kivo_database_request request{};
