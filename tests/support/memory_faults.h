@@ -2,6 +2,8 @@
 // n-th on, when armed. Include it in one file of the program.
 #pragma once
 
+#include <malloc.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +12,7 @@
 namespace memory_faults {
 
 inline std::int64_t live_blocks = 0;
+inline std::size_t live_bytes = 0;
 inline std::uint64_t calls_until_failure = 0;  // 0: not armed
 inline bool failing_on = false;                // also after the first failure
 inline bool failed = false;
@@ -36,11 +39,13 @@ __attribute__((noinline)) inline void *allocate(std::size_t size, std::size_t al
   const std::size_t rounded = (size + alignment - 1) / alignment * alignment;
   void *block = std::aligned_alloc(alignment, rounded != 0 ? rounded : alignment);
   if (block != nullptr) ++live_blocks;
+  live_bytes += malloc_usable_size(block);
   return block;
 }
 
 __attribute__((noinline)) inline void release(void *block) {
   if (block != nullptr) --live_blocks;
+  live_bytes -= malloc_usable_size(block);
   std::free(block);
 }
 
@@ -51,6 +56,7 @@ void *operator new(std::size_t size) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
+void *operator new[](std::size_t size) { return operator new(size); }
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
   return memory_faults::allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 }
