@@ -399,6 +399,14 @@ TEST(Indexes, TakeNoMemoryForAValueThatGoesBackAndForth) {
   }
   EXPECT_EQ(before, memory_faults::live_blocks);
   EXPECT_EQ(Labels{1}, labels_with(2, "x"));
+  Number next[] = {7, 7};  // interface ids are numbers of four bytes
+  put(ctxt_of(1), AAA_ATTR_INTERFACE_ID, bytes_of(UINT32_MAX));
+  put(ctxt_of(2), AAA_ATTR_INTERFACE_ID, "a text");
+  attrdb_get_next_if_id(UINT32_MAX - 1, &next[0]);
+  attrdb_get_next_if_id(UINT32_MAX, &next[1]);
+  EXPECT_EQ((std::pair{UINT32_MAX, 0u}), (std::pair{next[0], next[1]}));
+  attrdb_get_next_if_id(0, &next[0]);
+  EXPECT_EQ(UINT32_MAX, next[0]);
   delete_all();
 }
 
