@@ -2,15 +2,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace kivo_test {
 
@@ -19,33 +18,17 @@ class ServingKivod {
   // Replays a log first, if one is given, and lets a group ask. Returns when it listens.
   explicit ServingKivod(const std::string &log, const char *group = nullptr) {
     std::filesystem::create_directory(directory_);
-    int ends[2];
-    EXPECT_EQ(0, pipe(ends));
-    child_ = fork();
-    if (child_ == 0) {
-      dup2(ends[1], STDOUT_FILENO);
-      close(ends[0]);
-      close(ends[1]);
-      std::vector<const char *> arguments = {KIVOD_PATH, "--serve", "--quiet", "--socket",
-                                             socket_.c_str()};
-      if (!log.empty()) arguments.insert(arguments.end(), {"--replay", log.c_str()});
-      if (group != nullptr) arguments.insert(arguments.end(), {"--group", group});
-      arguments.push_back(nullptr);
-      execv(KIVOD_PATH, const_cast<char *const *>(arguments.data()));
-      _exit(127);
-    }
-    close(ends[1]);
-    std::string said;
-    char piece[256];
-    for (ssize_t n = 0;
-         said.find('\n') == said.npos && (n = read(ends[0], piece, sizeof piece)) > 0;) {
-      said.append(piece, static_cast<size_t>(n));
-    }
-    EXPECT_EQ("Listening on " + socket_ + "\n", said);
-    close(ends[0]);
+    std::string command =
+        "echo $$; exec '" KIVOD_PATH "' --serve --quiet --socket '" + socket_ + "'";
+    if (!log.empty()) command += " --replay '" + log + "'";
+    if (group != nullptr) command += std::string(" --group '") + group + "'";
+    child_ = popen(command.c_str(), "r");
+    char said[256] = "";
+    EXPECT_EQ(2, std::fscanf(child_, "%d Listening on %255s", &pid_, said)) << command;
+    EXPECT_EQ(socket_, said);
   }
   ~ServingKivod() {
-    if (child_ > 0) stop(SIGTERM);
+    if (child_ != nullptr) stop(SIGTERM);
     std::filesystem::remove_all(directory_);
   }
   ServingKivod(const ServingKivod &) = delete;
@@ -53,21 +36,20 @@ class ServingKivod {
 
   // The exit status, -1 when a signal ended it.
   int stop(int signal) {
-    kill(child_, signal);
-    int status = 0;
-    const pid_t child = std::exchange(child_, -1);
-    EXPECT_EQ(child, waitpid(child, &status, 0));
+    kill(pid_, signal);
+    const int status = pclose(std::exchange(child_, nullptr));
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
   const std::string &socket() const { return socket_; }
-  pid_t pid() const { return child_; }
+  pid_t pid() const { return pid_; }
 
  private:
   const std::filesystem::path directory_ =
       std::filesystem::path(testing::TempDir()) / ("serving." + std::to_string(getpid()));
   const std::string socket_ = directory_ / "kivod.sock";
-  pid_t child_ = -1;
+  FILE *child_ = nullptr;  // its standard output
+  pid_t pid_ = 0;
 };
 
 }  // namespace kivo_test
