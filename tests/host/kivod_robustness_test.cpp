@@ -2,6 +2,7 @@
 // goes away; and one that is started with too few descriptors or too little memory.
 #include <fcntl.h>
 #include <grp.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
