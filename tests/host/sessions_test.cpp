@@ -1,33 +1,24 @@
 // What logs make of sessions, by the daemon's own rooms: records in, live sessions out, with what
 // was counted and traced. Expected values are worked out by hand from the RADIUS definitions.
 #include <dlfcn.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <uv.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <random>
 #include <regex>
 #include <set>
-#include <unordered_set>
 
-#include "conditions.h"
 #include "kivo/kivo.h"
-#include "platform/channel_client.h"
 #include "platform/trace.h"
 #include "replay.h"
-#include "serving/service.h"
-#include "serving/socket_folder.h"
 #include "sessions/session_database.h"
 #include "sessions/stored_value.h"
 #include "sessions/value_text.h"
-#include "support/memory_faults.h"
 #include "support/process.h"
 
 // Stand in for operations of the library and the platform: the n-th call of one can fail.
@@ -45,8 +36,6 @@ STAND_IN(attrdb_declare_index, AAA_ERR_NO_MEMORY, (uint32_t type), type)
 STAND_IN(kivo_create_record, KIVO_ERR_NO_MEMORY, (kivo_db * db, uint32_t label, auth_ctxt *ctxt),
          db, label, ctxt)
 STAND_IN(kivo_delete_record, KIVO_ERR_FAILED, (kivo_db * db, uint32_t label), db, label)
-STAND_IN(kivo_get_record, KIVO_ERR_FAILED, (kivo_db * db, uint32_t label, attrdb_record **out), db,
-         label, out)
 STAND_IN(auth_mgr_idc_add_or_update_attr, AAA_ERR_NO_MEMORY,
          (auth_ctxt * ctxt, uint32_t type, const void *value, uint32_t size, uint32_t *changed),
          ctxt, type, value, size, changed)
@@ -458,6 +447,29 @@ TEST(Sessions, AreFoundAgainOrNotThereWhateverFails) {
     }
     failing.clear();
     EXPECT_EQ(row.n_failures, n) << row.operation;
+  }
+}
+
+// In a process of its own: databases cannot be taken back.
+TEST(SessionDatabaseDeathTest, IsNotOpenedWithoutAllThatItNeeds) {
+  const struct {
+    const char *operation;
+    const char *traced;
+  } table[] = {
+      {"attrdb_declare_index", "3.1001 no index of user-name: "},
+      {"kivo_register_attr_change_notification", "3.1002 no watch of mac-address: out of memory"},
+      {"kivo_create_database", "3.1003 no database: out of memory"},
+  };
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  for (const auto &row : table) {
+    const auto open_and_say = [&] {
+      failing = row.operation;
+      calls_until_failure = 1;
+      const bool opened = database() != nullptr;
+      std::fputs(traced.c_str(), stderr);
+      _exit(opened ? 1 : 0);
+    };
+    EXPECT_EXIT(open_and_say(), testing::ExitedWithCode(0), row.traced);
   }
 }
 
