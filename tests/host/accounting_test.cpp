@@ -365,7 +365,7 @@ TEST_F(Values, OfOtherDictionariesAreNotToBeHad) {
 
 TEST(ValuesDeathTest, AreRefusedToWhoFindsNoMemoryForTheDictionaries) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has loaded none
-  const auto open_while_memory_goes = [] {
+  [[maybe_unused]] const auto open_while_memory_goes = [] {
     for (const size_t first : {1, 5, 10, 20, 30, 31, 32, 33, 1000, 1001, 20001}) {
       const pid_t child = fork();
       if (child == 0) {
