@@ -1,76 +1,68 @@
-// One random sequence: both sides, the source of chance, and what operations are made of (labels,
-// types, values that are likely to be there or not). Each operation goes through both(), which
-// compares the answers and everything that was announced; the first disagreement is kept.
+// One random sequence: both sides, what they announce, and the comparison of the two after every
+// step. In a change callback an operation may follow, whatever it is: the library's side draws it,
+// the model's side repeats it in the same callback. In some steps a platform call fails, or memory
+// runs out; callbacks do nothing then, and the model takes over what the library was left with, if
+// that is one of the states that it may be in.
 #pragma once
 
 #include <map>
-#include <random>
 
-#include "model/library_sessions.h"
-#include "model/plain_sessions.h"
+#include "model/chance.h"
+#include "model/library.h"
 
 namespace kivo_model {
 
+// What a sequence is made of.
+struct Setting {
+  uint32_t seed;
+  uint32_t n_steps;
+  uint32_t n_labels;    // that records may have
+  size_t fewest, most;  // records, up and down between these bounds
+  bool shares_values;   // every record of the beginning has a domain, a method and an interface
+};
+
 class Sequence {
  public:
-  explicit Sequence(uint32_t seed) : random_(seed) {}
+  explicit Sequence(const Setting &setting);
 
-  // Performs an operation on both sides. The answer is the model's.
-  template <typename Operation>
-  Answer both(Operation &&operation) {
-    const uint64_t changes = plain_.changes();
-    const Answer got = operation(static_cast<Sessions &>(library_));
-    const Answer expected = operation(static_cast<Sessions &>(plain_));
-    compare(got, expected);
-    changed_ = plain_.changes() != changes;
-    return expected;
-  }
-  // Whether the last operation, or a callback under it, changed the model.
-  [[nodiscard]] bool changed() const { return changed_; }
+  // Goes on until the end, or the first disagreement, which it returns in words.
+  std::string run();
 
-  // The first disagreement, empty so far.
-  [[nodiscard]] const std::string &failure() const { return failure_; }
-  // How often callbacks ran and what they did.
-  [[nodiscard]] const std::map<std::string_view, uint32_t> &events() const { return events_; }
-
-  [[nodiscard]] const PlainSessions &plain() const { return plain_; }
-  [[nodiscard]] LibrarySessions &library() { return library_; }
-
-  // Steers the number of live records.
-  void set_target(size_t target) { target_ = target; }
-  [[nodiscard]] bool is_below_target() const { return plain_.records().size() < target_; }
-
-  // The record that most conditions of a query are taken from; it may have gone.
-  uint32_t &query_basis(uint32_t query) { return query_bases_[query]; }
-
-  uint32_t below(uint32_t n) { return static_cast<uint32_t>(random_() % n); }
-  bool chance(uint32_t percent) { return below(100) < percent; }
-  uint32_t database();     // now and then none
-  uint32_t pool_label();   // whether or not there is such a record
-  uint32_t live_label();   // of a record
-  uint32_t label();        // mostly live, now and then 0
-  Target target();         // named in any way
-  uint32_t type();         // now and then 0 or unsupported
-  uint32_t stored_type();  // of the dictionary
-  Bytes value(uint32_t type);
-  Attr attr();  // any
-  // One that the record has, if it has any: of the preferred type, if it has that.
-  Attr attr_of(uint32_t label, uint32_t preferred_type = 0);
-  ListArg list(bool may_be_empty);  // now and then a stale or null handle
-  ListArg list_of(uint32_t label);  // of attributes that the record has
+  struct Count {
+    uint32_t succeeded = 0, failed = 0, nested = 0, faults = 0;
+  };
+  [[nodiscard]] const std::map<std::string, Count> &counts() const { return counts_; }
 
  private:
-  void compare(const Answer &got, const Answer &expected);
-  Bytes addresses(uint32_t vocabulary);
+  enum Side { kLibrary, kModel };
+  struct Reaction {
+    const Operation *operation = nullptr;  // null for none
+    Args args = {};
+  };
 
-  LibrarySessions library_;
-  PlainSessions plain_;
-  std::mt19937 random_;
-  size_t target_ = 0;
-  bool changed_ = false;
-  uint32_t query_bases_[kQueries] = {};
-  std::string failure_;
-  std::map<std::string_view, uint32_t> events_;
+  std::string prepare();
+  std::string step();
+  std::string perform(const Operation &operation, const Args &args);
+  std::string take_over(const Operation &operation, const Args &args, const Outcome &got);
+  std::string compare_everything();
+  std::string finish();
+  std::string compare(const Outcome &got, const Outcome &expected) const;
+  Outcome perform_plain(const Operation &operation, const Args &args);
+  Reaction draw(bool nested);
+  void announced(Side side, const Bytes &event);
+  void react(Side side, const Reaction &reaction);
+
+  const Setting setting_;
+  Plain plain_;
+  Library library_;
+  Chance chance_;
+  std::vector<Operation> operations_;
+  std::vector<Bytes> events_[2];
+  std::vector<Reaction> reactions_;
+  size_t next_reaction_ = 0;
+  uint32_t depth_ = 0;
+  bool reacts_ = true;
+  std::map<std::string, Count> counts_;
 };
 
 }  // namespace kivo_model
