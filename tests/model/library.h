@@ -3,7 +3,6 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 
 #include "model/plain.h"
 #include "support/process.h"
@@ -12,51 +11,49 @@ namespace kivo_model {
 
 class Library {
  public:
-  using Announce = Plain::Announce;
   // Creates both databases.
-  explicit Library(Announce announce);
+  explicit Library(std::function<void(const Bytes &words)> announce);
   ~Library();
   Library(const Library &) = delete;
   Library &operator=(const Library &) = delete;
 
-  // Performs an operation. The first call of a platform operation, or the request for memory, with
-  // this number fails, when it is reached; 0 for none.
+  // Performs an operation. The platform call, or the request for memory, with this number fails,
+  // when it is reached; 0 for none.
   Outcome perform(const Operation &operation, const Args &args, uint32_t failing_call = 0,
                   uint32_t failing_new = 0);
-  // Whether the last fault was reached.
-  [[nodiscard]] bool failed() const { return failed_; }
-
   uint32_t create_database(uint32_t db);
-  void *handle(const Args &args);
   // Whether a record is being written, further out.
   [[nodiscard]] bool is_in_hand(uint32_t label) const;
   // Frees the attribute list that is walked further out, or appends to it.
-  void meddle_with_list(bool frees);
+  uint32_t meddle_with_list(bool frees);
+  platform_queue_link *handles_of(uint32_t db, uint32_t type) {
+    return handles_[db][&row_of(type) == &kNoRow ? 0 : &row_of(type) - kTypes];
+  }
+
   static Record read_record(uint32_t label);
-  // What is out of the platform's pools and counters, as it must be for this model; words that
-  // differ name a leak.
-  static std::string live_counts();
-  static std::string live_counts(const Plain &plain);
+  // What is out of the platform's pools and counters, and what must be for a model.
+  static Bytes live_counts();
+  static Bytes live_counts(const Plain &plain);
 
   kivo_db *dbs[kDatabases + 1] = {};  // the last is null
   kivo_maqi queries[kQueries] = {};
   kivo_index_list *lists[kLists + 2] = {};  // then a bad one and null
+  bool failed = false;                      // whether the last fault was reached
 
  private:
   static void on_change(kivo_db *db, uint32_t label, uint32_t n_values,
                         const kivo_attr_value *new_values, const kivo_attr_value *old_values,
                         uint32_t action, platform_queue *handles);
 
-  Announce announce_;
+  std::function<void(const Bytes &words)> announce_;
   platform_queue_link handles_[kDatabases + 1][kTypeCount][kHandles] = {};
   kivo_index_list bad_list_ = {};
   std::vector<const Call *> in_hand_;
-  bool failed_ = false;
 };
 
 // A call: the arguments as the library takes them, and room for its outputs.
 struct Call {
-  Call(Library &its_library, const Operation &operation, const Args &args);
+  Call(Library &its_library, const Args &args, uint32_t its_flags);
   ~Call();
   Call(const Call &) = delete;
   Call &operator=(const Call &) = delete;
@@ -66,11 +63,11 @@ struct Call {
   Output *out(Output &output) const {
     return in.null_out ? nullptr : &output;
   }
-  Outcome outcome(uint32_t status);
+  Outcome outcome(uint32_t status) const;
 
   Library &library;
-  const Operation &op;
   const Args &in;
+  const uint32_t flags;
   kivo_db *db;
   uint32_t label;               // 0 where the record is named alone
   attrdb_record *held;          // the record, whatever way it is named
@@ -88,7 +85,7 @@ struct Call {
   const kivo_maqi *query = nullptr;  // to be shown
 
  private:
-  Bytes padded_;
+  const Bytes padded_;
   kivo_test::AttrList list_;
 };
 

@@ -1,6 +1,7 @@
 // The attribute types that a random sequence uses, and what the two databases make of them.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -18,10 +19,9 @@ using Labels = std::vector<uint32_t>;
 constexpr uint32_t kDatabases = 2;
 constexpr uint32_t kNoDatabase = 2;      // stands for a null handle
 constexpr uint32_t kUnsupported = 1491;  // a type outside the dictionary
-constexpr uint32_t kHandles = 3;         // that a client has for each of its types
 constexpr size_t kAddressSize = 16;
 
-enum class Accel { kNone, kPlain, kIndexed };
+enum class Accel { kNone, kPlain, kIndex };
 enum class Shape { kText, kNumber, kAddresses, kIdentity };
 
 struct TypeRow {
@@ -30,19 +30,37 @@ struct TypeRow {
   uint32_t vocabulary;  // how many values of it there are
   Accel accel[kDatabases];
 };
-constexpr uint32_t kTypeCount = 20;
-extern const TypeRow kTypes[kTypeCount];
 
-// The row of a type, null for one that the sequence does not know.
-const TypeRow *row_of(uint32_t type);
-inline bool is_identity(uint32_t type) {
-  const TypeRow *row = row_of(type);
-  return row != nullptr && row->shape == Shape::kIdentity;
+// clang-format off
+inline constexpr TypeRow kTypes[] = {
+    {AAA_ATTR_USER_NAME,        Shape::kText,      300, {Accel::kIndex, Accel::kIndex}},
+    {AAA_ATTR_DOMAIN,           Shape::kText,        3, {Accel::kIndex, Accel::kNone}},
+    {AAA_ATTR_METHOD,           Shape::kText,        2, {Accel::kIndex, Accel::kPlain}},
+    {AAA_ATTR_PORT,             Shape::kNumber,     50, {Accel::kPlain, Accel::kNone}},
+    {AAA_ATTR_IPV4_ADDRESS,     Shape::kNumber,    400, {Accel::kIndex, Accel::kPlain}},
+    {AAA_ATTR_INTERFACE_NAME,   Shape::kText,       40, {Accel::kNone,  Accel::kNone}},
+    {AAA_ATTR_IPV6_ADDRESSES,   Shape::kAddresses,  60, {Accel::kPlain, Accel::kIndex}},
+    {AAA_ATTR_SESSION_ID,       Shape::kText,      900, {Accel::kIndex, Accel::kNone}},
+    {AAA_ATTR_CALLED_STATION,   Shape::kText,       30, {Accel::kPlain, Accel::kIndex}},
+    {AAA_ATTR_SERVICE_TYPE,     Shape::kNumber,      5, {Accel::kPlain, Accel::kNone}},
+    {AAA_ATTR_MAC_ADDRESS,      Shape::kText,      500, {Accel::kIndex, Accel::kIndex}},
+    {AAA_ATTR_INTERFACE_ID,     Shape::kNumber,    200, {Accel::kIndex, Accel::kNone}},
+    {AAA_ATTR_INTERFACE,        Shape::kText,      200, {Accel::kIndex, Accel::kNone}},
+    {AAA_ATTR_AUDIT_SESSION_ID, Shape::kText,      900, {Accel::kIndex, Accel::kNone}},
+    {AAA_ATTR_EXT_USER,         Shape::kIdentity,   40, {Accel::kPlain, Accel::kNone}},
+    {AAA_ATTR_EXT_DEVICE,       Shape::kIdentity,   40, {Accel::kNone,  Accel::kPlain}},
+    {AAA_ATTR_EXT_LOCATION,     Shape::kIdentity,   40, {Accel::kPlain, Accel::kNone}},
+    {kUnsupported,              Shape::kText,        3, {Accel::kNone,  Accel::kNone}},
+};
+// clang-format on
+inline constexpr size_t kTypeCount = std::size(kTypes);
+inline constexpr TypeRow kNoRow = {0, Shape::kText, 3, {Accel::kNone, Accel::kNone}};
+
+inline const TypeRow &row_of(uint32_t type) {
+  const TypeRow *row = std::ranges::find(kTypes, type, &TypeRow::type);
+  return row == std::end(kTypes) ? kNoRow : *row;
 }
-inline Accel accel_of(uint32_t db, uint32_t type) {
-  const TypeRow *row = row_of(type);
-  return row == nullptr ? Accel::kNone : row->accel[db];
-}
+inline bool is_identity(uint32_t type) { return row_of(type).shape == Shape::kIdentity; }
 
 // The values that an index keeps of a stored one: itself, or its addresses.
 inline std::vector<Bytes> parts_of(uint32_t type, const Bytes &value) {
