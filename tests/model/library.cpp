@@ -8,8 +8,9 @@ namespace kivo_model {
 namespace {
 
 Library *g_library = nullptr;
-uint64_t g_blocks_before = 0;  // of the named allocator
-attrdb_record g_no_record = {};
+uint64_t g_blocks_before = 0;    // of the named allocator
+attrdb_record g_no_record = {};  // what outputs point at before
+kivo_index_list g_no_list = {};
 const char kNoValue = 0;
 
 uint32_t size_of(const Bytes &value) { return static_cast<uint32_t>(value.size()); }
@@ -55,6 +56,7 @@ Call::Call(Library &its_library, const Args &args, uint32_t its_flags)
       size(size_of(args.value)),
       found(&g_no_record),
       bytes(&kNoValue),
+      labels(&g_no_list),
       padded_(args.value + Bytes(2, '\0')) {  // a word is read of however short an identity
   uint32_t stored_size = 0, count = 0;
   if (in.stored != 0) {
@@ -86,8 +88,8 @@ Outcome Call::outcome(uint32_t status) const {
   if ((flags & kShowsAttrs) != 0) {
     o.attrs = contents(attrs, in.handle == Handle::kGood ? in.attrs.size() : 0);
   }
-  o.has_list = labels != nullptr;
-  o.labels = labels != nullptr ? labels_in(labels) : numbers;
+  if (labels != &g_no_list) o.list = labels == nullptr ? Given::kNull : Given::kList;
+  o.labels = o.list == Given::kList ? labels_in(labels) : numbers;
   if (query == nullptr) return o;
   o.length = query->may_match + 2 * query->num_unindexed + 16 * query->num_candidates;
   o.labels = labels_in(query->candidates);

@@ -64,6 +64,12 @@ struct Call {
     return in.null_out ? nullptr : &output;
   }
   Outcome outcome(uint32_t status) const;
+  // The query of the arguments, to be shown; null where that is asked for.
+  kivo_maqi *shown_query() {
+    kivo_maqi *its_query = in.other == kNullList ? nullptr : &library.queries[in.query];
+    query = its_query;
+    return its_query;
+  }
 
   Library &library;
   const Args &in;
@@ -80,7 +86,7 @@ struct Call {
   uint32_t number = kUntouched, length = kUntouched;
   attrdb_record *found;
   const void *bytes;
-  kivo_index_list *labels = nullptr;
+  kivo_index_list *labels;
   Labels numbers = {};
   const kivo_maqi *query = nullptr;  // to be shown
 

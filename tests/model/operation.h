@@ -19,10 +19,11 @@ constexpr uint32_t kHandles = 3;    // that a client has for each of its types
 constexpr uint32_t kQueries = 4;
 constexpr uint32_t kLists = 3;
 constexpr uint32_t kBadList = 3;   // stands for a block without the marker
-constexpr uint32_t kNullList = 4;  // for a null pointer
+constexpr uint32_t kNullList = 4;  // for a null pointer, also to a query
 
 enum class Named { kByLabel, kByRecord, kByRecordAlone };
 enum class Handle { kGood, kZero, kStale };
+enum class Given { kNothing, kNull, kList };
 
 // The arguments of any operation; each looks at those that it has.
 struct Args {
@@ -41,7 +42,7 @@ struct Outcome {
   uint32_t status = 0;
   uint32_t number = kUntouched, length = kUntouched;
   uint32_t found = kUntouched;  // the label of a record, 0 for null
-  bool has_list = false;
+  Given list = Given::kNothing;
   Labels labels = {};
   Attrs attrs = {};
   bool operator==(const Outcome &) const = default;
@@ -97,7 +98,7 @@ inline std::ostream &operator<<(std::ostream &out, const Args &a) {
 }
 inline std::ostream &operator<<(std::ostream &out, const Outcome &o) {
   out << " status 0x" << std::hex << o.status << std::dec << " number " << o.number << " length "
-      << o.length << " found " << o.found << (o.has_list ? " list " : " ") << o.labels;
+      << o.length << " found " << o.found << " list " << int(o.list) << " " << o.labels;
   for (const Attr &attr : o.attrs) out << attr;
   return out;
 }

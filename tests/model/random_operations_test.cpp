@@ -20,7 +20,7 @@ constexpr uint32_t kStepsBetweenComparisons = 2000;
 // A handful of seeds; KIVO_MODEL_SEED runs another one alone, and scripts/try-model new ones. A
 // seed that failed becomes one more. Even ones have some hundred records of many attributes, odd
 // ones thousands that share their values.
-constexpr uint32_t kSeeds[] = {20240229, 20240230, 4, 6, 8, 10};
+constexpr uint32_t kSeeds[] = {20240229, 20240230, 3, 4, 5, 6, 8, 10, 12, 14};
 
 // What an operation may say when a platform call failed: its own statuses, and the call's.
 constexpr uint32_t kFailures[] = {
@@ -46,6 +46,7 @@ class Sequence {
     const uint32_t half = has_many_ ? 1500 : 5000;  // twice up and down
     const size_t fewest = has_many_ ? 9500 : 250;
     prepare(fewest);
+    fault_percent_ = 15;
     for (uint32_t i = 1; report_.empty() && i <= 4 * half; ++i) {
       const uint32_t at = i % (2 * half);
       chance_.wanted_records = fewest + 1000 * (at < half ? at : 2 * half - at) / half;
@@ -104,11 +105,11 @@ class Sequence {
     for (auto &events : events_) events.clear();
     reactions_.clear();
     next_reaction_ = 0;
-    reacts_ = (operation.flags & kNoFaults) != 0 || !chance_.percent(15);
+    reacts_ = (operation.flags & kNoFaults) != 0 || !chance_.percent(fault_percent_);
     const uint32_t call = reacts_ ? 0 : 1 + chance_.below(1u << chance_.below(9));
-    const bool of_memory = chance_.percent(30);
+    const bool of_memory = chance_.percent(50);
     const Outcome got =
-        library_.perform(operation, args, of_memory ? 0 : call, of_memory ? (call + 7) / 8 : 0);
+        library_.perform(operation, args, of_memory ? 0 : call, of_memory ? (call + 15) / 16 : 0);
     const bool failed = call != 0 && library_.failed;
     if (failed && got.status != PLATFORM_OK) {
       take_over(operation, args, got);
@@ -237,7 +238,8 @@ class Sequence {
   size_t next_reaction_ = 0;
   uint32_t depth_ = 0;
   bool reacts_ = true;
-  Bytes report_;  // empty so far
+  uint32_t fault_percent_ = 60;  // of the steps; more while records are made
+  Bytes report_;                 // empty so far
 };
 
 TEST(RandomOperations, AgreeWithAPlainModelAtEveryStep) {

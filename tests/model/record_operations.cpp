@@ -81,7 +81,7 @@ uint32_t look_up(const Plain &p, const Args &a, bool without_db, Labels &found) 
   return a.type == kUnsupported ? AAA_ERR_UNSUPPORTED_ATTR : PLATFORM_OK;
 }
 uint32_t match_labels(const Plain &p, const Args &a, Outcome &o) {
-  o.has_list = true;
+  o.list = Given::kList;
   const uint32_t status = look_up(p, a, false, o.labels);
   if (status != kBadArg) o.number = static_cast<uint32_t>(o.labels.size());
   return status;

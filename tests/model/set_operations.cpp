@@ -21,7 +21,7 @@ Labels common(Labels a, const Labels &b) {
 
 uint32_t give(const Labels &labels, Outcome &o) {
   o.labels = labels;
-  o.has_list = !labels.empty();
+  o.list = labels.empty() ? Given::kNull : Given::kList;
   o.number = size_of(labels);
   return PLATFORM_OK;
 }
@@ -37,12 +37,12 @@ uint32_t show(const Query &q, Outcome &o, uint32_t status) {
 }
 
 uint32_t start(Call &c) {
-  kivo_maqi *query = &c.library.queries[c.in.query];
-  c.query = query;
-  if (c.db != nullptr) kivo_index_list_free(query->candidates);
+  kivo_maqi *query = c.shown_query();
+  if (c.db != nullptr && query != nullptr) kivo_index_list_free(query->candidates);
   return kivo_start_multi_attr_query(c.db, query);
 }
 uint32_t start(Plain &p, const Args &a, Outcome &o) {
+  if (a.other == kNullList) return kBadArg;
   Query &q = p.queries[a.query];
   if (a.db != kNoDatabase) q = {.db = a.db, .may_match = true};
   return show(q, o, a.db != kNoDatabase ? PLATFORM_OK : kBadArg);
@@ -86,11 +86,10 @@ uint32_t add_valid(Plain &p, Query &q, const Attr &condition) {
   return PLATFORM_OK;
 }
 uint32_t add(Call &c) {
-  c.query = &c.library.queries[c.in.query];
-  return kivo_add_attr_to_query(&c.library.queries[c.in.query], c.in.type, c.value, c.size,
-                                c.out(c.number));
+  return kivo_add_attr_to_query(c.shown_query(), c.in.type, c.value, c.size, c.out(c.number));
 }
 uint32_t add(Plain &p, const Args &a, Outcome &o) {
+  if (a.other == kNullList) return kBadArg;
   Query &q = p.queries[a.query];
   const bool is_bad = q.db == kNoDatabase || a.value.empty() || a.null_value || a.null_out;
   const uint32_t status = is_bad ? kBadArg : add_valid(p, q, {a.type, a.value});
@@ -101,8 +100,9 @@ uint32_t add(Plain &p, const Args &a, Outcome &o) {
 
 uint32_t take(Plain &p, const Args &a, Outcome &o) {
   Query &q = p.queries[a.query];
-  if (a.null_out) return kBadArg;
+  if (a.null_out || a.other == kNullList) return kBadArg;
   o.number = 0;
+  o.list = Given::kNull;
   if (!q.may_match || !q.candidates) return PLATFORM_OK;
   for (const Attr &condition : q.stored) {
     bool found = false;
@@ -119,7 +119,7 @@ uint32_t take(Plain &p, const Args &a, Outcome &o) {
 // A failure leaves an empty query that matches nothing.
 void give_up(Plain &p, const Args &a, Outcome &o) {
   p.queries[a.query] = {.db = p.queries[a.query].db};
-  o = {.number = 0, .length = o.length == kUntouched ? kUntouched : 0};
+  o = {.number = 0, .length = o.length == kUntouched ? kUntouched : 0, .list = o.list};
 }
 
 // The conditions of one query come mostly from one record; it may go before the result is taken.
@@ -138,7 +138,7 @@ void draw_condition(Chance &chance, Args &a) {
 
 uint32_t match_list(Plain &p, const Args &a, Outcome &o) {
   if (a.db == kNoDatabase || a.handle == Handle::kZero || a.null_out) return kBadArg;
-  o.number = 0;
+  give({}, o);
   if (a.handle == Handle::kStale) return KIVO_ERR_NO_CURSOR;
   std::optional<Labels> sessions;
   for (const auto &[type, value] : a.attrs) {
@@ -155,7 +155,7 @@ uint32_t list_all(Plain &p, const Args &a, Outcome &o) {
   Labels labels = p.slots;
   std::erase(labels, 0u);
   give(labels, o);
-  o.has_list = true;
+  o.list = Given::kList;
   return PLATFORM_OK;
 }
 
@@ -163,6 +163,8 @@ uint32_t list_all(Plain &p, const Args &a, Outcome &o) {
 
 // The labels of a list, null for a bad one.
 Labels *list_of(Plain &p, uint32_t list) { return list < kLists ? &p.lists[list] : nullptr; }
+
+Labels readable(Plain &p, uint32_t list) { return list < kLists ? p.lists[list] : Labels(); }
 
 uint32_t append(Call &c) {
   kivo_index_list **list = &c.library.lists[c.in.list];
@@ -215,10 +217,10 @@ uint32_t renew(Call &c) {
 }
 
 uint32_t intersect(const Labels &a, const Labels &b, Outcome &o) {
-  if (a.empty() || b.empty()) return KIVO_INDEX_LIST_INVALID;
-  give(common(a, b), o);
+  const bool is_bad = a.empty() || b.empty();
+  give(is_bad ? Labels() : common(a, b), o);
   o.number = kUntouched;
-  return KIVO_INDEX_LIST_OK;
+  return is_bad ? KIVO_INDEX_LIST_INVALID : KIVO_INDEX_LIST_OK;
 }
 
 // A later block of a list loses its marker, or its count. 0 for a list that has none.
@@ -250,8 +252,7 @@ uint32_t intersect_damaged(Call &c) {
   return status;
 }
 uint32_t intersect_damaged(Plain &p, const Args &a, Outcome &o) {
-  if (a.list >= kLists) return KIVO_INDEX_LIST_INVALID;
-  Labels left = p.lists[a.list];
+  Labels left = readable(p, a.list);
   const uint32_t number = damaged_block(a, size_of(left));
   const bool meets = number != 0 && meets_damage(a, size_of(left));
   const uint32_t last_good = meets ? left[number * kBlock - 1] : kUntouched;
@@ -259,9 +260,9 @@ uint32_t intersect_damaged(Plain &p, const Args &a, Outcome &o) {
   const auto n_lost =
       loses_marker(a) ? left.end() - first : std::min<ptrdiff_t>(left.end() - first, kBlock);
   if (number != 0) left.erase(first, first + n_lost);
-  const Labels *other = a.other == a.list ? &left : list_of(p, a.other);
-  const bool is_bad = a.null_out || other == nullptr;
-  const uint32_t status = is_bad ? KIVO_INDEX_LIST_INVALID : intersect(left, *other, o);
+  const uint32_t status = a.null_out
+                              ? KIVO_INDEX_LIST_INVALID
+                              : intersect(left, a.other == a.list ? left : readable(p, a.other), o);
   o.number = last_good;
   if (meets) o.length = 11 * KIVO_INDEX_LIST_INVALID;  // behind a success
   return status;
@@ -271,8 +272,9 @@ constexpr Operation kOperations[] = {
     {"start a query", 15, start, start},
     {"add a condition", 80, add, add, draw_condition, 0, give_up},
     {"take a result", 25,
-     LIBRARY(kivo_get_matches_for_query(&c.library.queries[c.in.query], c.out(c.labels),
-                                        c.out(c.number))),
+     LIBRARY(kivo_get_matches_for_query(
+         c.in.other == kNullList ? nullptr : &c.library.queries[c.in.query], c.out(c.labels),
+         c.out(c.number))),
      take, nullptr, 0, give_up},
     {"match a list", 30,
      LIBRARY(kivo_match_sessions_from_list(c.db, c.attrs, c.out(c.labels), c.out(c.number))),
@@ -295,9 +297,8 @@ constexpr Operation kOperations[] = {
     {"intersect label lists", 40,
      LIBRARY(kivo_index_list_intersection(c.library.lists[c.in.list], c.library.lists[c.in.other],
                                           c.out(c.labels))),
-     PLAIN(a.list >= kLists || a.other >= kLists || a.null_out
-               ? KIVO_INDEX_LIST_INVALID
-               : intersect(p.lists[a.list], p.lists[a.other], o))},
+     PLAIN(a.null_out ? KIVO_INDEX_LIST_INVALID
+                      : intersect(readable(p, a.list), readable(p, a.other), o))},
     {"intersect a damaged label list", 25, intersect_damaged, intersect_damaged, nullptr,
      kNoFaults},
 };
