@@ -14,7 +14,8 @@
 
 namespace {
 
-const std::string kPath = testing::TempDir() + "cold." + std::to_string(getpid());
+// Long enough to be allocated.
+const std::string kPath = testing::TempDir() + "channel_cold_start." + std::to_string(getpid());
 
 void answer(void *, void *, const channel_command *, channel_connection *connection, uint32_t) {
   if (channel_marshal(connection, "yes", negative_acknowledgement_marshal) != PLATFORM_OK) {
