@@ -121,8 +121,9 @@ class Sequence {
     // The counts take a while where there are many records.
     if (failed && (!has_many_ || chance_.percent(5))) compare_counts();
     if (report_.empty()) return;
-    report_ = in_words(operation.name, args, failed ? "\n  with a failing call: " : "", call,
-                       of_memory ? " for memory" : "", report_);
+    const Bytes fault =
+        in_words("\n  with a failing call", of_memory ? " for memory: " : ": ", call);
+    report_ = in_words(operation.name, args, failed ? fault : "", report_);
   }
 
   Outcome perform_plain(const Operation &operation, const Args &args) {
