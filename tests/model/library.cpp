@@ -1,8 +1,8 @@
 #include "model/library.h"
 
 #include "platform/named_alloc.h"
-#include "support/failing_new.h"
 #include "support/faults.h"
+#include "support/memory_faults.h"
 
 namespace kivo_model {
 namespace {
@@ -135,11 +135,11 @@ Outcome Library::perform(const Operation &operation, const Args &args, uint32_t 
   Call call(*this, args, operation.flags);
   in_hand_.push_back(&call);
   if (failing_call != 0) kivo_test::arm_fault("", failing_call);
-  if (failing_new != 0) failing_new::fail_nth(static_cast<int>(failing_new));
+  memory_faults::only_nothrow = true;
+  memory_faults::arm(failing_new);
   const uint32_t status = operation.library(call);
-  failed = (failing_call != 0 && kivo_test::disarm_fault()) ||
-           (failing_new != 0 && !failing_new::pending());
-  failing_new::disarm();
+  const bool memory_failed = memory_faults::disarm();
+  failed = (failing_call != 0 && kivo_test::disarm_fault()) || memory_failed;
   in_hand_.pop_back();
   return call.outcome(status);
 }

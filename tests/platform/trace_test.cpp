@@ -14,7 +14,7 @@
 #include <cstring>
 
 #include "platform/status.h"
-#include "support/failing_new.h"
+#include "support/memory_faults.h"
 
 // ---- In place of the system's
 
@@ -170,13 +170,13 @@ TEST(Trace, SinksAreSoManyInTheirOrder) {
   for (char &name : names) trace_remove_sink(append, &name);
   EXPECT_EQ(AAA_ERR_INVALID_ARG, trace_add_sink(nullptr, nullptr, nullptr));
   EXPECT_EQ(AAA_ERR_INVALID_ARG, trace_add_stream_sink(nullptr));
-  const size_t before = failing_new::live_bytes();
-  failing_new::fail_nth(1);
+  const size_t before = memory_faults::live_bytes;
+  memory_faults::arm(1);
   EXPECT_EQ(AAA_ERR_NO_MEMORY, trace_add_stream_sink(stdout));
-  failing_new::fail_nth(1);
+  memory_faults::arm(1);
   EXPECT_EQ(nullptr, trace_ring_create(3));
-  failing_new::disarm();
-  EXPECT_EQ(before, failing_new::live_bytes());
+  memory_faults::disarm();
+  EXPECT_EQ(before, memory_faults::live_bytes);
 }
 
 // A stream into memory that is a sink.
@@ -432,7 +432,7 @@ void append_and_trace(const trace_record *record, void *texts) {
 }
 
 TEST(Trace, ARingKeepsTheLastRecordsAlsoWhileItIsWalked) {
-  const size_t before = failing_new::live_bytes();
+  const size_t before = memory_faults::live_bytes;
   trace_ring *ring = trace_ring_create(3);
   ASSERT_NE(nullptr, ring);
   const char *kept[] = {"r1 ", "r1 r2 ", "r1 r2 r3 ", "r2 r3 r4 ", "r3 r4 r5 "};
@@ -451,7 +451,7 @@ TEST(Trace, ARingKeepsTheLastRecordsAlsoWhileItIsWalked) {
   for (const uint32_t n : {0u, 65'537u}) EXPECT_EQ(nullptr, trace_ring_create(n));
   trace_ring_destroy(ring = trace_ring_create(65'536));
   EXPECT_NE(nullptr, ring);
-  EXPECT_EQ(before, failing_new::live_bytes());
+  EXPECT_EQ(before, memory_faults::live_bytes);
 }
 
 // Where its words go: to standard error, to a sink at every level, from inside a sink.

@@ -1,5 +1,6 @@
 // Replaces operator new in a test program: counts blocks, and fails the n-th call, or all from the
-// n-th on, when armed. Include it in one file of the program.
+// n-th on, when armed. Include it in one file of the program. Requests that would throw neither
+// fail nor count where the test's own code runs meanwhile and must go on: only_nothrow.
 #pragma once
 
 #include <malloc.h>
@@ -16,6 +17,7 @@ inline std::size_t live_bytes = 0;
 inline std::uint64_t calls_until_failure = 0;  // 0: not armed
 inline bool failing_on = false;                // also after the first failure
 inline bool failed = false;
+inline bool only_nothrow = false;
 
 inline void arm(std::uint64_t nth, bool and_on = false) {
   calls_until_failure = nth;
@@ -29,8 +31,10 @@ inline bool disarm() {
   return failed;
 }
 
-__attribute__((noinline)) inline void *allocate(std::size_t size, std::size_t alignment) {
-  if (calls_until_failure != 0 && (calls_until_failure == 1 || --calls_until_failure == 0)) {
+__attribute__((noinline)) inline void *allocate(std::size_t size, std::size_t alignment,
+                                                bool may_fail = true) {
+  if (may_fail && calls_until_failure != 0 &&
+      (calls_until_failure == 1 || --calls_until_failure == 0)) {
     const bool fails = !failed || failing_on;
     calls_until_failure = failing_on ? 1 : 0;
     failed = true;
@@ -52,7 +56,8 @@ __attribute__((noinline)) inline void release(void *block) {
 }  // namespace memory_faults
 
 void *operator new(std::size_t size) {
-  void *block = memory_faults::allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+  void *block =
+      memory_faults::allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__, !memory_faults::only_nothrow);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
