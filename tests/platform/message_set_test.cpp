@@ -141,7 +141,7 @@ TEST_F(Messages, AreReadAsTheyWereMade) {
   entry = message_list_entry(back, "attributes", 8, &err);
   EXPECT_EQ("-8mac-addressMAC_ADDR", fields(entry, {"attr_type", "name", "kind"}));
   message_destroy(back);
-  for (const uint32_t kind : {0, 11}) EXPECT_STREQ("unknown message", message_kind_name(kind));
+  for (const uint32_t kind : {0u, 11u}) EXPECT_STREQ("unknown message", message_kind_name(kind));
 }
 
 // Once the word is set nothing changes any more, but creates create all the same.
