@@ -162,8 +162,9 @@ void on_terminate() {
   std::_Exit(kFailed);
 }
 
-// Before the program's own static objects are made, which need memory too.
-[[gnu::constructor(101)]] void watch_terminate() { std::set_terminate(on_terminate); }
+// Before the static objects of the libraries are made, which need memory too.
+void watch_terminate() { std::set_terminate(on_terminate); }
+[[gnu::used, gnu::section(".preinit_array")]] void (*const before_libraries)() = watch_terminate;
 
 }  // namespace
 
