@@ -2,6 +2,7 @@
 // and leaves, when it goes well, when it is asked wrongly, and when the platform fails under it.
 // Beside the platform's operations two of the library's own are replaced, whose failures nothing
 // else brings about, and a third, so that a list that is given back twice is seen.
+#include <algorithm>
 #include <vector>
 
 #include "support/faults/replacement.h"

@@ -1,5 +1,6 @@
 // The console's shows and listings, and the fetches for replies: their texts byte for byte, how a
 // value of each kind is rendered in both, and what they say when something is missing or fails.
+#include <algorithm>
 #include <cstring>
 #include <vector>
 

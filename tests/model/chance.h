@@ -2,6 +2,7 @@
 // values are likely to be there, or not to be.
 #pragma once
 
+#include <algorithm>
 #include <numeric>
 #include <random>
 

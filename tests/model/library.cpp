@@ -1,5 +1,7 @@
 #include "model/library.h"
 
+#include <algorithm>
+
 #include "platform/named_alloc.h"
 #include "support/faults.h"
 #include "support/memory_faults.h"

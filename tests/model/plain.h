@@ -4,6 +4,7 @@
 // the n-th, which is how a failure in the middle is compared.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <map>

@@ -5,6 +5,7 @@
 // with, if that is one of the states that it may be in.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "model/chance.h"

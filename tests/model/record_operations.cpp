@@ -1,4 +1,6 @@
 // Records: making, finding, deleting and reading them, and look-ups by value.
+#include <algorithm>
+
 #include "model/chance.h"
 #include "model/library.h"
 

@@ -1,4 +1,6 @@
 // Queries, and the label lists that they are made of.
+#include <algorithm>
+
 #include "model/chance.h"
 #include "model/library.h"
 

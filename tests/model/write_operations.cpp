@@ -1,4 +1,6 @@
 // Writing and removing attributes, the old value, registrations and databases.
+#include <algorithm>
+
 #include "model/chance.h"
 #include "model/library.h"
 

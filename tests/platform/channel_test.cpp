@@ -15,6 +15,7 @@
 #include <sys/timerfd.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <filesystem>
