@@ -366,7 +366,7 @@ TEST_F(Values, OfOtherDictionariesAreNotToBeHad) {
 TEST(ValuesDeathTest, AreRefusedToWhoFindsNoMemoryForTheDictionaries) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has loaded none
   [[maybe_unused]] const auto open_while_memory_goes = [] {
-    for (const size_t first : {1, 5, 10, 20, 30, 31, 32, 33, 1000, 1001, 20001}) {
+    for (const size_t first : {1u, 5u, 10u, 20u, 30u, 31u, 32u, 33u, 1000u, 1001u, 20001u}) {
       const pid_t child = fork();
       if (child == 0) {
         char error[RADIUS_ERROR_MAX] = "";

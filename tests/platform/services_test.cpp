@@ -189,7 +189,7 @@ TEST(NamedAlloc, CountsBlocksAndBytesUnderTheirCallSite) {
   EXPECT_EQ(0u, site.total_blocks + site.enrolled);
   uint64_t bytes = 0;
   std::vector<char *> blocks;
-  for (const size_t size : {0, 1, 15, 16, 17, 4096}) {
+  for (const size_t size : {0u, 1u, 15u, 16u, 17u, 4096u}) {
     void *dirty = named_alloc(&site, size);  // the likely next one
     std::memset(dirty, 0xff, size);
     named_free(dirty);
@@ -221,7 +221,7 @@ TEST(MemoryDeathTest, StopsOnABlockThatIsNotOut) {
   }
   EXPECT_DEATH(chunk_free(pools[1], blocks[0]), "fatal: .*of this pool");
   EXPECT_DEATH(chunk_free(nullptr, blocks[0]), "fatal: .*there is a pool");
-  for (const size_t size : {8, 1000}) {
+  for (const size_t size : {8u, 1000u}) {
     void *taken = variable_chunk_malloc(variable[0], size);
     for (auto *pool : {variable[1], variable[2]}) {
       EXPECT_DEATH(variable_chunk_free(pool, taken), "fatal: .*of this pool") << size;
@@ -304,7 +304,7 @@ TEST(HashTable, GivesMemoryBackAfterABurst) {
 
 TEST(HashTable, RefusesBadArguments) {
   uint32_t key = 1;
-  for (const uint64_t nth : {1, 2}) {
+  for (const uint64_t nth : {1u, 2u}) {
     memory_faults::arm(nth);
     EXPECT_EQ(nullptr, make_table(16, plain));
   }

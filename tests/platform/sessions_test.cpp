@@ -178,7 +178,7 @@ Labels look() {
 std::vector<Labels> started() {
   std::vector<Labels> seen = {look()};
   // 0: without random numbers; 99: with all it needs.
-  for (const std::uint64_t nth : {1, 2, 0, 99}) {
+  for (const std::uint64_t nth : {1u, 2u, 0u, 99u}) {
     memory_faults::arm(nth);
     no_random_numbers = nth == 0;
     attrdb_init();
@@ -272,18 +272,18 @@ TEST(Indexes, KeepLargeSetsWhateverTheOrderOfTheirChanges) {
   std::set<Number> held[2];
   std::set<Number> records;  // each with two addresses that one or two others have
   Number label = 0;
-  for (const Number type : {2, 3, 10}) attrdb_declare_index(type);
+  for (const Number type : {2u, 3u, 10u}) attrdb_declare_index(type);
   const auto check = [&] {
     for (Number k = 1; k < 4500; k += 17) {
       const Labels wanted(records.lower_bound(k * 800000), records.lower_bound((k + 1) * 800000));
       ASSERT_EQ(wanted, labels_with(10, address(k)));
       ASSERT_EQ(wanted, labels_with(10, address(k + 10000)));
     }
-    for (const Number type : {2, 3}) {
+    for (const Number type : {2u, 3u}) {
       const std::set<Number> &set = held[type - 2];
       const std::string &value = type == 2 ? everybody : few;
       ASSERT_EQ(Labels(set.begin(), set.end()), labels_with(type, value));
-      for (const std::size_t step : {1, 7, 37, 71, 900}) {
+      for (const std::size_t step : {1u, 7u, 37u, 71u, 900u}) {
         Labels asked;  // of those that may be there every step-th, and now and then its neighbour
         for (std::size_t at = step / 2; at < up.size(); at += step) {
           if (at % 5 == 0) asked.push_back(up[at] - 1);
@@ -350,7 +350,7 @@ TEST(Indexes, TellValuesOfEachSizeApart) {
   for (const bool look : {false, true}) {
     for (Number label = 1; label <= 180001; label += 3) {
       if (!look) create(label);
-      for (const Number size : {4, 6, 7, 8, 9, 16, 17, 24, 25, 32, 40}) {
+      for (const Number size : {4u, 6u, 7u, 8u, 9u, 16u, 17u, 24u, 25u, 32u, 40u}) {
         if (label == 1) attrdb_declare_index(100 + size);
         if (!look) put(ctxt_of(label), 100 + size, value(label, size));
         Number found = look ? 7 : label;
@@ -413,10 +413,10 @@ TEST(Indexes, TakeNoMemoryForAValueThatGoesBackAndForth) {
 // ---- Records
 
 TEST(RecordStore, WalksInSlotOrderAndSurvivesDeletionAndCreation) {
-  for (const Number label : {1, 2, 3, 4, 5}) create(label);
-  for (const Number label : {2, 5}) attrdb_delete_record(label);
+  for (const Number label : {1u, 2u, 3u, 4u, 5u}) create(label);
+  for (const Number label : {2u, 5u}) attrdb_delete_record(label);
   EXPECT_EQ((Labels{1, 3, 4}), walk_order());
-  for (const Number label : {70, 80, 90}) create(label);
+  for (const Number label : {70u, 80u, 90u}) create(label);
   EXPECT_EQ((Labels{1, 80, 3, 4, 70, 90}), walk_order());  // the slot freed last comes first
   delete_all();
   for (Number label = 1; label <= 5000; ++label) create(label);
@@ -448,7 +448,7 @@ TEST(Contexts, GiveLargeMemoryBackAndHoldAtMost4095Addresses) {
   auth_ctxt *ctxt = new_ctxt();
   put(ctxt, 1, "alice");
   const std::int64_t before = memory_faults::live_blocks;
-  for (const Number type : {1, 2}) {
+  for (const Number type : {1u, 2u}) {
     put(ctxt, type, std::string(60000, 'x'));
     EXPECT_EQ(before + 1, memory_faults::live_blocks);
     type == 1 ? put(ctxt, 1, "alice") : auth_mgr_idc_remove_attr_by_type(ctxt, 2);
