@@ -28,7 +28,9 @@ void draw_identity(Chance &chance, Args &a) {
                                       AAA_ATTR_METHOD};
   a.type = kIdentities[chance.below(4)];
   for (const auto &[label, record] : chance.plain.records) {
-    if (record.has_shadow && chance.percent(10)) a.label = label;
+    if (!record.has_shadow || !chance.percent(10)) continue;
+    a.label = label;
+    a.stored = 0;
   }
 }
 
